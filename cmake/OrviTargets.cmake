@@ -1,0 +1,42 @@
+# How every target of this project is compiled, and how a test becomes one.
+
+# The library's own language level, visibility and warnings; nothing of it reaches users.
+function(orvi_configure_target target)
+    set_target_properties(
+        ${target}
+        PROPERTIES
+            CXX_STANDARD 23
+            CXX_STANDARD_REQUIRED ON
+            CXX_EXTENSIONS OFF
+            CXX_VISIBILITY_PRESET hidden
+            VISIBILITY_INLINES_HIDDEN ON
+            POSITION_INDEPENDENT_CODE ON
+    )
+    target_compile_options(
+        ${target}
+        PRIVATE -Wall
+                -Wextra
+                -Wpedantic
+                -Wconversion
+                -Wnon-virtual-dtor
+                -Woverloaded-virtual
+                $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow>
+    )
+endfunction()
+
+# A test program over GoogleTest; every case is one test of ctest.
+#
+# orvi_add_test(<name> SOURCES <file>... LIBS <target>...)
+function(orvi_add_test name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;LIBS")
+    if(NOT arg_TIMEOUT)
+        set(arg_TIMEOUT 300)
+    endif()
+    add_executable(${name} ${arg_SOURCES})
+    orvi_configure_target(${name})
+    target_link_libraries(${name} PRIVATE ${arg_LIBS} GTest::gmock_main)
+    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+    gtest_discover_tests(
+        ${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS unit
+    )
+endfunction()
