@@ -290,7 +290,10 @@ private:
     makeDevice(const boost::uuids::uuid& uuid, CloseFunction close);
     friend struct details::StreamBufferAccess; // lets unit tests run over unguarded operations
 
+    ORVI_STREAMBUF_LOCAL bool canRead() const;
+    ORVI_STREAMBUF_LOCAL bool canWrite() const;
     ORVI_STREAMBUF_LOCAL void startAreas();
+    ORVI_STREAMBUF_LOCAL void clearAreas();
     ORVI_STREAMBUF_LOCAL void emptyGetArea();
     ORVI_STREAMBUF_LOCAL void emptyPutArea();
     ORVI_STREAMBUF_LOCAL void advancePut(std::streamsize count);

@@ -41,23 +41,18 @@ StreamBuffer::StreamBuffer(std::shared_ptr<details::StreamBufferImpl> impl)
 StreamBuffer::StreamBuffer(StreamBuffer&& other) noexcept
     : impl(std::move(other.impl)) {
     startAreas();
+    other.clearAreas();
 }
 
 StreamBuffer& StreamBuffer::operator=(StreamBuffer&& other) noexcept {
     if (this == &other) {
         return *this;
     }
-    setg(nullptr, nullptr, nullptr);
-    setp(nullptr, nullptr);
-    if (other.impl) {
-        if (other.impl->read) {
-            setg(other.eback(), other.gptr(), other.egptr());
-        }
-        if (other.impl->write) {
-            setp(other.pbase(), other.epptr());
-            advancePut(other.pptr() - other.pbase());
-        }
-    }
+    // The areas of a direction that the source lacks are null, as they must be here.
+    setg(other.eback(), other.gptr(), other.egptr());
+    setp(other.pbase(), other.epptr());
+    advancePut(other.pptr() - other.pbase());
+    other.clearAreas();
     impl = std::move(other.impl);
     return *this;
 }
@@ -76,16 +71,26 @@ std::vector<std::uint8_t> StreamBuffer::toBytes() const {
     return {impl->uuid.begin(), impl->uuid.end()};
 }
 
+bool StreamBuffer::canRead() const {
+    return impl && impl->read;
+}
+
+bool StreamBuffer::canWrite() const {
+    return impl && impl->write;
+}
+
 void StreamBuffer::startAreas() {
-    if (!impl) {
-        return;
-    }
-    if (impl->read) {
+    if (canRead()) {
         emptyGetArea();
     }
-    if (impl->write) {
+    if (canWrite()) {
         emptyPutArea();
     }
+}
+
+void StreamBuffer::clearAreas() {
+    setg(nullptr, nullptr, nullptr);
+    setp(nullptr, nullptr);
 }
 
 void StreamBuffer::emptyGetArea() {
@@ -119,7 +124,7 @@ std::string StreamBuffer::readFromDevice(std::size_t count) {
 }
 
 StreamBuffer::int_type StreamBuffer::underflow() {
-    if (!impl->read) {
+    if (!canRead()) {
         return traits_type::eof();
     }
     if (gptr() < egptr()) {
@@ -139,7 +144,7 @@ StreamBuffer::int_type StreamBuffer::underflow() {
 }
 
 std::streamsize StreamBuffer::xsgetn(char* destination, std::streamsize count) {
-    if (!impl->read || count <= 0) {
+    if (!canRead() || count <= 0) {
         return 0;
     }
     const std::streamsize available = egptr() - gptr();
@@ -192,7 +197,7 @@ bool StreamBuffer::writeFullPutArea() {
 }
 
 StreamBuffer::int_type StreamBuffer::overflow(int_type character) {
-    if (traits_type::eq_int_type(character, traits_type::eof()) || !impl->write) {
+    if (traits_type::eq_int_type(character, traits_type::eof()) || !canWrite()) {
         return traits_type::eof();
     }
     if (growEmptyBuffer(impl->putBuffer)) {
@@ -207,7 +212,7 @@ StreamBuffer::int_type StreamBuffer::overflow(int_type character) {
 }
 
 std::streamsize StreamBuffer::xsputn(const char* source, std::streamsize count) {
-    if (!impl->write || count <= 0) {
+    if (!canWrite() || count <= 0) {
         return 0;
     }
     if (growEmptyBuffer(impl->putBuffer)) {
@@ -237,7 +242,7 @@ std::streamsize StreamBuffer::xsputn(const char* source, std::streamsize count) 
 }
 
 int StreamBuffer::sync() {
-    if (!impl->write) {
+    if (!canWrite()) {
         return 0;
     }
     const std::streamsize pending = pptr() - pbase();
@@ -268,7 +273,7 @@ bool StreamBuffer::prepareMove(std::ios_base::openmode mode) {
     }
     const bool input = (mode & in) != 0;
     const bool output = (mode & out) != 0;
-    if ((input && !impl->read) || (output && !impl->write)) {
+    if ((input && !canRead()) || (output && !canWrite())) {
         return false;
     }
     if (input) {
