@@ -7,6 +7,7 @@
 #include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/Framework.h>
 #include <cppmicroservices/LDAPFilter.h>
+#include <cppmicroservices/ServiceRegistration.h>
 #include <cppmicroservices/ServiceTracker.h>
 
 #include <boost/uuid/uuid_io.hpp>
@@ -74,7 +75,7 @@ StreamBuffer makeDevice(const boost::uuids::uuid& uuid, CloseFunction close) {
 
     auto record = std::make_shared<details::StreamBufferImpl>(
         uuid, std::move(read), std::move(write), std::move(seekoff), std::move(seekpos), close,
-        parseBufferSize(bufferSize), cppmicroservices::ServiceRegistrationBase(),
+        parseBufferSize(bufferSize), cppmicroservices::ServiceRegistrationU(),
         frameworksetup::ORVIConfiguration());
     return StreamBuffer(std::move(record));
 }
