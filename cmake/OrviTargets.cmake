@@ -24,6 +24,12 @@ function(orvi_configure_target target)
     )
 endfunction()
 
+# Lets a shared library export what its version script lists and nothing else.
+function(orvi_limit_exports target script)
+    target_link_options(${target} PRIVATE LINKER:--version-script=${script})
+    set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${script})
+endfunction()
+
 # A test program over GoogleTest; every case is one test of ctest.
 #
 # orvi_add_test(<name> SOURCES <file>... LIBS <target>...)
