@@ -19,7 +19,9 @@
 #include <string>
 #include <vector>
 
+/// Marks what the library exports; everything else stays hidden.
 #define ORVI_STREAMBUF_EXPORT __attribute__((visibility("default")))
+/// Marks the members of exported classes that stay hidden.
 #define ORVI_STREAMBUF_LOCAL __attribute__((visibility("hidden")))
 
 namespace agent::orvi::streambuf {
@@ -267,6 +269,8 @@ protected:
 
     /// Drop the read-ahead (input), flush pending output (output), then move the device.
     ///
+    /// @param offset how far to move, in characters.
+    /// @param direction where to count from.
     /// @param mode exactly `in`, `out` or `in | out`; anything else fails.
     /// @return the device's new position, or `std::streampos(-1)` when the device lacks the
     ///         direction, the flush failed, or the device cannot move there.

@@ -38,14 +38,19 @@ public:
         , argumentHashes(std::move(argumentTypes))
         , dataMarker(marker) {}
 
+    /// Return the name that the method is invoked by.
     const std::string& name() const noexcept { return methodName; }
 
+    /// Return what runs the method.
     const PayloadFunction& function() const noexcept { return payloadFunction; }
 
+    /// Return the type hash of the result.
     std::uint64_t resultType() const noexcept { return resultHash; }
 
+    /// Return the type hashes of the arguments, in order.
     const std::vector<std::uint64_t>& argumentTypes() const noexcept { return argumentHashes; }
 
+    /// Return whether the result is a data source or sink, if it is one.
     std::optional<DataMarker> marker() const noexcept { return dataMarker; }
 
 private:

@@ -16,8 +16,8 @@ public:
     /// Start the description of the interface `name`.
     MultiMethodInterfaceBuilder(std::string name, APIVersion version);
 
-    /// Record one metadata pair, which look-ups see as the service property
-    /// `orvi.serviceproperty.<key>`.
+    /// Record one metadata pair. Look-ups see it as a service property, whose key is `key` after
+    /// the prefix "orvi.serviceproperty.".
     ///
     /// @throws std::invalid_argument when the key is empty or recorded already.
     MultiMethodInterfaceBuilder& addMetadata(std::string key, std::string value);

@@ -14,8 +14,10 @@ namespace agent::orvi::core {
 /// it was added. A value; made by `MultiMethodInterfaceBuilder`.
 class ServiceInterface {
 public:
+    /// Keys and values, in the order in which they were added.
     using Metadata = std::vector<std::pair<std::string, std::string>>;
 
+    /// Put a description together.
     ServiceInterface(
         std::string name, APIVersion version, Metadata metadata,
         std::vector<ExportedFunction> methods)
@@ -24,12 +26,16 @@ public:
         , metadataEntries(std::move(metadata))
         , exportedMethods(std::move(methods)) {}
 
+    /// Return the name under which look-ups find the service.
     const std::string& name() const noexcept { return interfaceName; }
 
+    /// Return the version of the interface.
     const APIVersion& version() const noexcept { return apiVersion; }
 
+    /// Return what look-ups learn about the service.
     const Metadata& metadata() const noexcept { return metadataEntries; }
 
+    /// Return the methods that can be invoked.
     const std::vector<ExportedFunction>& methods() const noexcept { return exportedMethods; }
 
     /// Return the method called `name`, or null.

@@ -17,9 +17,15 @@ class ConfigurationEntry;
 /// Thread safety: thread-compatible.
 class ORVI_PLATFORM_EXPORT ORVIConfiguration {
 public:
+    /// Configure nothing.
     ORVIConfiguration() noexcept;
+
+    /// Take over what `other` configures.
     ORVIConfiguration(ORVIConfiguration&& other) noexcept;
+
+    /// End the configuration as `reset` does, then take over what `other` configures.
     ORVIConfiguration& operator=(ORVIConfiguration&& other) noexcept;
+
     ORVIConfiguration(const ORVIConfiguration&) = delete;
     ORVIConfiguration& operator=(const ORVIConfiguration&) = delete;
 
