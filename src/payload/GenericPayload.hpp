@@ -112,8 +112,9 @@ public:
     template <class T>
     T take(std::size_t index) {
         check(index, typeHash<T>(), false);
+        const bool holdsFuture = futureFlags.at(index);
         const std::shared_ptr<void> value = std::move(values[index]);
-        if (futureFlags.at(index)) {
+        if (holdsFuture) {
             return static_cast<std::future<T>*>(value.get())->get();
         }
         return std::move(*static_cast<T*>(value.get()));
