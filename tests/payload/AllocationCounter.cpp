@@ -1,0 +1,37 @@
+#include "payload/AllocationCounter.hpp"
+
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+thread_local std::size_t allocations = 0;
+
+} // namespace
+
+void* operator new(std::size_t size) {
+    ++allocations;
+    if (void* memory = std::malloc(size == 0 ? 1 : size)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+namespace agent::orvi::streambuf::test {
+
+AllocationCounter::AllocationCounter() noexcept
+    : before(allocations) {}
+
+std::size_t AllocationCounter::count() const noexcept {
+    return allocations - before;
+}
+
+} // namespace agent::orvi::streambuf::test

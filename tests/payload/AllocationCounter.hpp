@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstddef>
+
+namespace agent::orvi::streambuf::test {
+
+/// Counts the calls of the global operator new that this thread makes while the counter lives.
+///
+/// Link AllocationCounter.cpp, which replaces the global operators.
+class AllocationCounter {
+public:
+    AllocationCounter() noexcept;
+
+    std::size_t count() const noexcept;
+
+private:
+    std::size_t before;
+};
+
+} // namespace agent::orvi::streambuf::test
