@@ -74,8 +74,8 @@ StreamBuffer makeDevice(const boost::uuids::uuid& uuid, CloseFunction close) {
     }
 
     auto record = std::make_shared<details::StreamBufferImpl>(
-        uuid, std::move(read), std::move(write), std::move(seekoff), std::move(seekpos), close,
-        parseBufferSize(bufferSize), cppmicroservices::ServiceRegistrationU(),
+        uuid, std::move(read), std::move(write), std::move(seekoff), std::move(seekpos),
+        std::move(close), parseBufferSize(bufferSize), cppmicroservices::ServiceRegistrationU(),
         frameworksetup::ORVIConfiguration());
     return StreamBuffer(std::move(record));
 }
