@@ -41,9 +41,9 @@ public:
 
 private:
     friend class ORVIConfigurationBuilder;
-    explicit ORVIConfiguration(std::shared_ptr<ConfigurationEntry> entry) noexcept;
+    explicit ORVIConfiguration(std::unique_ptr<ConfigurationEntry> entry) noexcept;
 
-    std::shared_ptr<ConfigurationEntry> entry;
+    std::unique_ptr<ConfigurationEntry> entry;
 };
 
 } // namespace agent::orvi::frameworksetup

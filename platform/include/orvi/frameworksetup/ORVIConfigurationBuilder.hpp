@@ -11,6 +11,8 @@
 
 namespace agent::orvi::frameworksetup {
 
+struct ConfigurationDescription;
+
 /// Collects publishers and the service interfaces that they make reachable.
 ///
 /// Thread safety: thread-compatible.
@@ -55,8 +57,7 @@ public:
     ORVIConfiguration build() const;
 
 private:
-    struct Description;
-    std::unique_ptr<Description> description;
+    std::unique_ptr<ConfigurationDescription> description;
 };
 
 } // namespace agent::orvi::frameworksetup

@@ -1,0 +1,13 @@
+#include <orvi/core/InvocationErrors.hpp>
+#include <orvi/core/Invokable.hpp>
+#include <orvi/core/ServiceProvider.hpp>
+
+namespace agent::orvi::core {
+
+// Out of line, so that the types' run-time information exists once, in this library.
+Invokable::~Invokable() = default;
+ServiceProvider::~ServiceProvider() = default;
+ServiceUnavailable::~ServiceUnavailable() = default;
+UnknownMethod::~UnknownMethod() = default;
+
+} // namespace agent::orvi::core

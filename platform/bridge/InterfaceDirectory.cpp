@@ -1,0 +1,235 @@
+#include "bridge/InterfaceDirectory.hpp"
+
+#include "bridge/LocalInvokable.hpp"
+
+#include <cppmicroservices/ServiceProperties.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace agent::orvi::core::detail {
+namespace {
+
+cppmicroservices::ServiceProperties registrationProperties(const ServiceInterface& description) {
+    cppmicroservices::ServiceProperties properties;
+    properties["orvi.servicename"] = description.name();
+    for (const auto& [key, value] : description.metadata()) {
+        properties["orvi.serviceproperty." + key] = value;
+    }
+    return properties;
+}
+
+void unregister(cppmicroservices::ServiceRegistrationBase& registration) noexcept {
+    try {
+        if (registration) {
+            registration.Unregister();
+        }
+    } catch (...) {
+        // A framework that has stopped has dropped the service already.
+    }
+}
+
+} // namespace
+
+InterfaceDirectory& InterfaceDirectory::ofProcess() {
+    static InterfaceDirectory& directory = *new InterfaceDirectory;
+    return directory;
+}
+
+void InterfaceDirectory::provide(
+    OfferingProvider& entry, const cppmicroservices::BundleContext& context,
+    const std::shared_ptr<ServiceProvider>& provider, std::vector<ServiceInterface> interfaces) {
+    {
+        const std::lock_guard lock(mutex);
+        if (entry.gone) {
+            return;
+        }
+        for (ServiceInterface& interface : interfaces) {
+            entry.offers.push_back(std::make_shared<const Offer>(
+                Offer{++lastNumber, context, provider, std::move(interface)}));
+        }
+        for (const auto& offer : entry.offers) {
+            entries[offer->description.name()].offers.push_back(offer);
+        }
+    }
+    for (const auto& offer : entry.offers) {
+        try {
+            publish(offer->description.name(), {offer->number, offer->number});
+        } catch (...) {
+            // The provider's registration stands for itself; this interface is not reachable.
+        }
+    }
+}
+
+void InterfaceDirectory::withdraw(
+    std::span<const std::shared_ptr<OfferingProvider>> providers) noexcept {
+    {
+        const std::lock_guard lock(mutex);
+        for (const auto& provider : providers) {
+            provider->gone = true;
+            for (const auto& offer : provider->offers) {
+                const auto entry = entries.find(offer->description.name());
+                if (entry == entries.end()) {
+                    continue;
+                }
+                std::erase(entry->second.offers, offer);
+                for (const auto& publication : entry->second.publications) {
+                    if (publication->offerNumber == offer->number) {
+                        publication->withdrawn = true;
+                    }
+                }
+                eraseIfUnused(entry);
+            }
+        }
+    }
+    for (const auto& provider : providers) {
+        for (const auto& offer : provider->offers) {
+            closeWithdrawn(offer->description.name(), {offer->number, offer->number});
+        }
+    }
+}
+
+void InterfaceDirectory::configure(const std::string& name) {
+    {
+        const std::lock_guard lock(mutex);
+        ++entries[name].configurations;
+    }
+    try {
+        publish(name, {});
+    } catch (...) {
+        unconfigure(name);
+        throw;
+    }
+}
+
+void InterfaceDirectory::unconfigure(const std::string& name) noexcept {
+    {
+        const std::lock_guard lock(mutex);
+        const auto entry = entries.find(name);
+        if (--entry->second.configurations == 0) {
+            for (const auto& publication : entry->second.publications) {
+                publication->withdrawn = true;
+            }
+            eraseIfUnused(entry);
+        }
+    }
+    // Also waits for what others are closing: it may be what this configuration was made for.
+    closeWithdrawn(name, {});
+}
+
+/// Add a publication of the first offer that should have one and has none.
+std::shared_ptr<Publication>
+InterfaceDirectory::addNextPublication(const std::string& name, Range offers) {
+    const std::lock_guard lock(mutex);
+    const auto found = entries.find(name);
+    if (found == entries.end() || found->second.configurations == 0) {
+        return nullptr;
+    }
+    Entry& entry = found->second;
+    for (const auto& offer : entry.offers) {
+        const bool published = std::any_of(
+            entry.publications.begin(), entry.publications.end(), [&](const auto& publication) {
+                return publication->offerNumber == offer->number && !publication->withdrawn;
+            });
+        if (offer->number >= offers.first && offer->number <= offers.last && !published) {
+            return entry.publications.emplace_back(
+                std::make_shared<Publication>(*this, ++lastNumber, offer));
+        }
+    }
+    return nullptr;
+}
+
+void InterfaceDirectory::publish(const std::string& name, Range offers) {
+    while (const auto publication = addNextPublication(name, offers)) {
+        offers.first = publication->offerNumber + 1;
+        try {
+            registerService(publication);
+        } catch (...) {
+            {
+                const std::lock_guard lock(mutex);
+                publication->withdrawn = true;
+            }
+            publication->close();
+            throw;
+        }
+    }
+}
+
+void InterfaceDirectory::registerService(const std::shared_ptr<Publication>& publication) {
+    cppmicroservices::BundleContext context;
+    cppmicroservices::ServiceProperties properties;
+    std::shared_ptr<LocalInvokable> service;
+    {
+        const CallGate::Call call(*publication);
+        if (!call) {
+            return;
+        }
+        context = publication->offer().context;
+        properties = registrationProperties(publication->offer().description);
+        service = std::make_shared<LocalInvokable>(publication);
+    }
+    auto registration = context.RegisterService<Invokable>(service, properties);
+    {
+        const std::lock_guard lock(mutex);
+        if (!publication->withdrawn) {
+            publication->registration = std::move(registration);
+            return;
+        }
+    }
+    // Whoever withdrew it meanwhile found no registration to end.
+    unregister(registration);
+}
+
+void InterfaceDirectory::closeWithdrawn(const std::string& name, Range offers) noexcept {
+    // A publication stays in the list while a call of this very thread is inside: the numbers tell
+    // which ones have been closed here.
+    std::uint64_t last = 0;
+    for (;;) {
+        std::shared_ptr<Publication> publication;
+        cppmicroservices::ServiceRegistration<Invokable> registration;
+        {
+            const std::lock_guard lock(mutex);
+            const auto entry = entries.find(name);
+            if (entry == entries.end()) {
+                return;
+            }
+            auto& publications = entry->second.publications;
+            const auto found =
+                std::find_if(publications.begin(), publications.end(), [&](const auto& candidate) {
+                    return candidate->withdrawn && candidate->number > last &&
+                           candidate->offerNumber >= offers.first &&
+                           candidate->offerNumber <= offers.last;
+                });
+            if (found == publications.end()) {
+                return;
+            }
+            publication = *found;
+            registration = std::exchange(publication->registration, {});
+        }
+        last = publication->number;
+        unregister(registration);
+        publication->close();
+    }
+}
+
+void InterfaceDirectory::forget(const Publication& publication) noexcept {
+    std::list<std::shared_ptr<Publication>> forgotten; // released after the lock
+    const std::lock_guard lock(mutex);
+    const auto entry = entries.find(publication.name());
+    auto& publications = entry->second.publications;
+    const auto found =
+        std::find_if(publications.begin(), publications.end(), [&](const auto& candidate) {
+            return candidate.get() == &publication;
+        });
+    forgotten.splice(forgotten.begin(), publications, found);
+    eraseIfUnused(entry);
+}
+
+void InterfaceDirectory::eraseIfUnused(Entries::iterator entry) noexcept {
+    const Entry& used = entry->second;
+    if (used.configurations == 0 && used.offers.empty() && used.publications.empty()) {
+        entries.erase(entry);
+    }
+}
+
+} // namespace agent::orvi::core::detail

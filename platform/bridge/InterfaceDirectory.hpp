@@ -1,0 +1,90 @@
+#pragma once
+
+#include "bridge/Publication.hpp"
+
+#include <cppmicroservices/BundleContext.h>
+#include <cppmicroservices/ServiceRegistrationBase.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace agent::orvi::core::detail {
+
+/// A registered provider. The directory's, under its lock.
+struct OfferingProvider {
+    std::vector<std::shared_ptr<const Offer>> offers;
+    bool gone = false;
+};
+
+/// Brings together the interfaces that registered providers offer and those that configurations
+/// name: each that is both is published as an `Invokable`.
+///
+/// Thread safety: thread-safe. No lock is held while a registry, a provider or a destructor of
+/// theirs runs.
+class InterfaceDirectory {
+public:
+    /// The one of this process. It is never destroyed: objects of static lifetime may outlive
+    /// everything else.
+    static InterfaceDirectory& ofProcess();
+
+    InterfaceDirectory() = default;
+    InterfaceDirectory(const InterfaceDirectory&) = delete;
+    InterfaceDirectory& operator=(const InterfaceDirectory&) = delete;
+
+    /// Offer the interfaces of a provider and publish those that a configuration names, in the
+    /// registry of `context`. Does nothing for a provider that is gone. One that the registry
+    /// refuses is not reachable.
+    void provide(
+        OfferingProvider& entry, const cppmicroservices::BundleContext& context,
+        const std::shared_ptr<ServiceProvider>& provider, std::vector<ServiceInterface> interfaces);
+
+    /// End the offers of providers, which are gone from now on. None of their methods runs any more
+    /// when this returns; see CallGate::close.
+    void withdraw(std::span<const std::shared_ptr<OfferingProvider>> providers) noexcept;
+
+    /// Count one more configuration that names an interface and publish what is offered under that
+    /// name. What the registry throws passes unchanged; the configuration does not count then.
+    void configure(const std::string& name);
+
+    /// Count one configuration less. After the last, none of the interface's methods runs any more
+    /// when this returns; see CallGate::close.
+    void unconfigure(const std::string& name) noexcept;
+
+private:
+    friend class Publication;
+
+    struct Entry {
+        std::size_t configurations = 0;
+        std::vector<std::shared_ptr<const Offer>> offers;     // in order of their numbers
+        std::list<std::shared_ptr<Publication>> publications; // until their last calls have ended
+    };
+
+    using Entries = std::unordered_map<std::string, Entry>;
+
+    // Numbers of offers, the last one included.
+    struct Range {
+        std::uint64_t first = 0;
+        std::uint64_t last = std::numeric_limits<std::uint64_t>::max();
+    };
+
+    std::shared_ptr<Publication> addNextPublication(const std::string& name, Range offers);
+    void publish(const std::string& name, Range offers);
+    void registerService(const std::shared_ptr<Publication>& publication);
+    void closeWithdrawn(const std::string& name, Range offers) noexcept;
+    void forget(const Publication& publication) noexcept;
+    void eraseIfUnused(Entries::iterator entry) noexcept;
+
+    std::mutex mutex;
+    std::uint64_t lastNumber = 0;
+    Entries entries;
+};
+
+} // namespace agent::orvi::core::detail
