@@ -19,7 +19,9 @@ if(ORVI_EMBEDDED_REGISTRY)
 else()
     target_link_libraries(orvi-platform PUBLIC $<INSTALL_INTERFACE:CppMicroServices>)
     # An installed CppMicroServices need not be where the loader looks.
-    set_target_properties(orvi-platform PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON)
+    set_target_properties(
+        orvi-streambuf orvi-platform PROPERTIES INSTALL_RPATH_USE_LINK_PATH ON
+    )
     set(ORVI_REGISTRY_DEPENDENCY "find_dependency(CppMicroServices ${CppMicroServices_VERSION_MAJOR} CONFIG)")
 endif()
 

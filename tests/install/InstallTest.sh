@@ -106,7 +106,7 @@ RefusesAnotherVersion() {
 }
 
 RefusesAnUnknownComponent() {
-    expectRefusal consumerComponent "missing: tunnel" -DORVI_WANTED_COMPONENTS=tunnel
+    expectRefusal consumerComponent "OrviStreambuf has no component tunnel." -DORVI_WANTED_COMPONENTS=tunnel
 }
 
 HoldsThePublicHeadersAndPapersOnly() {
