@@ -1,0 +1,81 @@
+#include "ServiceRecord.hpp"
+
+#include <algorithm>
+#include <stdexcept>
+#include <unordered_map>
+#include <utility>
+
+namespace cppmicroservices::detail {
+
+namespace {
+
+[[noreturn]] void failForCaseVariants(ServiceProperties const& properties) {
+    std::unordered_map<
+        std::string, ServiceProperties::const_iterator, any_map_cihash, any_map_ciequal>
+        seen;
+    auto first = properties.end();
+    std::size_t firstPlace = properties.size();
+    std::unordered_map<std::string, std::size_t> places;
+    for (auto it = properties.begin(); it != properties.end(); ++it) {
+        auto const place = places.size();
+        places[it->first] = place;
+        auto const [known, added] = seen.emplace(it->first, it);
+        if (!added && places[known->second->first] < firstPlace) {
+            first = known->second;
+            firstPlace = places[first->first];
+        }
+    }
+    throw std::runtime_error("Properties contain case variants of the key: " + first->first);
+}
+
+std::string scopeName(Scope scope) {
+    switch (scope) {
+    case Scope::Bundle:
+        return "bundle";
+    case Scope::Prototype:
+        return "prototype";
+    default:
+        return "singleton";
+    }
+}
+
+} // namespace
+
+std::shared_ptr<AnyMap const> ServiceRecord::properties() const {
+    std::lock_guard const lock(mutex);
+    return properties_;
+}
+
+int ServiceRecord::ranking() const {
+    std::lock_guard const lock(mutex);
+    return ranking_;
+}
+
+void ServiceRecord::setProperties(ServiceProperties const& given) {
+    auto complete = given;
+    complete["objectclass"] = classes;
+    complete["service.id"] = id;
+    complete["service.scope"] = scopeName(scope);
+
+    any_map::unordered_any_cimap map(complete.size());
+    for (auto& property : complete) {
+        if (!map.emplace(property).second) {
+            failForCaseVariants(complete);
+        }
+    }
+    int ranking = 0;
+    if (auto const found = map.find("service.ranking"); found != map.end()) {
+        try {
+            ranking = any_cast<int>(found->second);
+        } catch (BadAnyCastException const& e) {
+            throw std::invalid_argument(
+                std::string("SERVICE_RANKING property has unexpected value type. ") + e.what());
+        }
+    }
+    auto properties = std::make_shared<AnyMap const>(std::move(map));
+    std::lock_guard const lock(mutex);
+    ranking_ = ranking;
+    properties_.swap(properties);
+}
+
+} // namespace cppmicroservices::detail
