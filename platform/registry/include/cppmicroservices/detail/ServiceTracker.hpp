@@ -1,5 +1,6 @@
 #pragma once
 
+#include "cppmicroservices/ServiceTracker.h"
 #include "cppmicroservices/detail/TrackedServices.hpp"
 
 #include <chrono>
