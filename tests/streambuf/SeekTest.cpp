@@ -37,8 +37,8 @@ struct Member {
     Operation operation;
 };
 
-void PrintTo(const Member& member, std::ostream* out) {
-    *out << member.name;
+void PrintTo(const Member& member, std::ostream* stream) {
+    *stream << member.name;
 }
 
 class SeekTest : public ::testing::TestWithParam<Member> {
