@@ -2,15 +2,20 @@
 
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace {
 
 thread_local std::size_t allocations = 0;
+thread_local bool failNext = false;
 
 } // namespace
 
 void* operator new(std::size_t size) {
     ++allocations;
+    if (std::exchange(failNext, false)) {
+        throw std::bad_alloc();
+    }
     if (void* memory = std::malloc(size == 0 ? 1 : size)) {
         return memory;
     }
@@ -32,6 +37,10 @@ AllocationCounter::AllocationCounter() noexcept
 
 std::size_t AllocationCounter::count() const noexcept {
     return allocations - before;
+}
+
+void failNextAllocation() noexcept {
+    failNext = true;
 }
 
 } // namespace agent::orvi::streambuf::test

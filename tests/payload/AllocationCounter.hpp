@@ -17,4 +17,7 @@ private:
     std::size_t before;
 };
 
+/// Let the next call of the global operator new on this thread throw `std::bad_alloc`.
+void failNextAllocation() noexcept;
+
 } // namespace agent::orvi::streambuf::test

@@ -1,6 +1,7 @@
 #include "payload/CompletionHandler.hpp"
 
 #include "payload/PayloadAdapters.hpp"
+#include "support/FutureErrorOf.hpp"
 #include "support/ThrowsExactly.hpp"
 
 #include <gtest/gtest.h>
@@ -19,18 +20,8 @@
 namespace agent::orvi::core {
 namespace {
 
+using streambuf::test::futureErrorOf;
 using streambuf::test::throwsExactly;
-
-template <class Function>
-std::error_code futureErrorOf(Function function) {
-    try {
-        function();
-    } catch (const std::future_error& error) {
-        return error.code();
-    }
-    ADD_FAILURE() << "no std::future_error";
-    return {};
-}
 
 TEST(PayloadWrapperCHTest, CallsTheFunctionWithSlotZero) {
     std::optional<std::string> received;
