@@ -9,9 +9,8 @@ set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/OrviStreambuf)
 install(DIRECTORY include/streambuf platform/include/orvi platform/include/foundation
         DESTINATION ${include_dir}
 )
-install(FILES src/payload/CompletionHandler.hpp src/payload/FlagArray.hpp
-              src/payload/GenericPayload.hpp src/payload/PayloadAdapters.hpp
-        DESTINATION ${include_dir}/payload
+install(DIRECTORY src/payload DESTINATION ${include_dir} FILES_MATCHING PATTERN *.hpp
+        PATTERN SeekCodes.hpp EXCLUDE
 )
 if(ORVI_EMBEDDED_REGISTRY)
     install(DIRECTORY platform/registry/include/cppmicroservices DESTINATION ${include_dir})

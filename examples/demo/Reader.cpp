@@ -11,6 +11,8 @@ namespace streambuf = agent::orvi::streambuf;
 
 namespace {
 
+constexpr std::size_t blockSize = 10'000; // any will do: the stream buffer does the buffering
+
 void require(bool condition, const std::string& message) {
     if (!condition) {
         throw std::runtime_error(message);
@@ -30,14 +32,14 @@ std::uint64_t readAll(const boost::uuids::uuid& source, const std::string& copyP
     std::istream input(&device);
     std::ofstream copy = openForWriting(copyPath);
     std::uint64_t total = 0;
-    std::string block(10'000, '\0'); // any size will do: the stream buffer does the buffering
-    while (input) {
+    std::string block(blockSize, '\0');
+    while (input && copy) {
         input.read(block.data(), static_cast<std::streamsize>(block.size()));
         copy.write(block.data(), input.gcount());
         total += static_cast<std::uint64_t>(input.gcount());
     }
-    require(input.eof() && !input.bad(), "Reading the device failed");
     require(copy.flush().good(), "Cannot write " + copyPath);
+    require(!input.bad(), "Reading the device failed");
     return total;
 }
 
@@ -60,6 +62,11 @@ void writeAll(const boost::uuids::uuid& sink, const std::string& copyPath) {
     require(copy.is_open(), "Cannot read " + copyPath);
     streambuf::StreamBuffer device = streambuf::makeDevice(sink, streambuf::noCloseFunction());
     std::ostream output(&device);
-    output << copy.rdbuf();
+    std::string block(blockSize, '\0');
+    while (output && copy) {
+        copy.read(block.data(), static_cast<std::streamsize>(block.size()));
+        output.write(block.data(), copy.gcount());
+    }
     require(output.flush().good(), "Writing the device failed");
+    require(copy.eof(), "Cannot read " + copyPath);
 }
