@@ -10,10 +10,26 @@
 #include <unordered_map>
 #include <utility>
 
+namespace cppmicroservices::detail {
+
+/// Returns the readable name of a type.
+ORVI_PLATFORM_EXPORT std::string GetDemangledName(std::type_info const& typeInfo);
+
+} // namespace cppmicroservices::detail
+
 /// Returns the name that identifies interface T: the name of the type, or what
 /// CPPMICROSERVICES_DECLARE_SERVICE_INTERFACE gave it.
 template <class T>
-std::string const& us_service_interface_iid();
+std::string const& us_service_interface_iid() {
+    static std::string const name = cppmicroservices::detail::GetDemangledName(typeid(T));
+    return name;
+}
+
+template <>
+inline std::string const& us_service_interface_iid<void>() {
+    static std::string const name;
+    return name;
+}
 
 namespace cppmicroservices {
 
@@ -26,27 +42,12 @@ using InterfaceMapConstPtr = std::shared_ptr<InterfaceMap const>;
 
 namespace detail {
 
-/// Returns the readable name of a type.
-ORVI_PLATFORM_EXPORT std::string GetDemangledName(std::type_info const& typeInfo);
-
 /// Tells whether T is one of List.
 template <class T, class... List>
 struct Contains : std::disjunction<std::is_same<T, List>...> {};
 
 } // namespace detail
 } // namespace cppmicroservices
-
-template <class T>
-std::string const& us_service_interface_iid() {
-    static std::string const name = cppmicroservices::detail::GetDemangledName(typeid(T));
-    return name;
-}
-
-template <>
-inline std::string const& us_service_interface_iid<void>() {
-    static std::string const name;
-    return name;
-}
 
 /// Gives an interface type a name of its own. Use it in the global namespace, beside the type.
 #define CPPMICROSERVICES_DECLARE_SERVICE_INTERFACE(interface_type, interface_id)                   \
