@@ -1,6 +1,7 @@
 #include "payload/AllocationCounter.hpp"
 
 #include <cstdlib>
+#include <limits>
 #include <new>
 #include <utility>
 
@@ -13,7 +14,9 @@ thread_local bool failNext = false;
 
 void* operator new(std::size_t size) {
     ++allocations;
-    if (std::exchange(failNext, false)) {
+    // Some allocators end the program when they are asked for the impossible.
+    constexpr std::size_t impossible = std::numeric_limits<std::size_t>::max() / 8;
+    if (size > impossible || std::exchange(failNext, false)) {
         throw std::bad_alloc();
     }
     if (void* memory = std::malloc(size == 0 ? 1 : size)) {
