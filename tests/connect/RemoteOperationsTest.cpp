@@ -16,6 +16,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -180,6 +181,10 @@ struct AnyOperation {
     FakeInvokable::Answer misfit;
     /// Answers as the operation expects.
     FakeInvokable::Answer fitting;
+
+    friend std::ostream& operator<<(std::ostream& out, const AnyOperation& operation) {
+        return out << operation.name;
+    }
 };
 
 class AnyRemoteOperationTest : public testing::TestWithParam<AnyOperation> {
