@@ -168,7 +168,7 @@ makeDevice(const boost::uuids::uuid& uuid, std::ofstream& file, std::size_t buff
 /// Publish a shared input stream, with buffers of 4096 characters.
 ///
 /// The device co-owns the stream. Each operation uses the buffer that is installed in the stream
-/// at that moment; there must be one.
+/// at that moment; while there is none, every operation gives its neutral result.
 ///
 /// @param uuid identity of the device.
 /// @param stream the stream; its state flags are neither read nor changed.
@@ -227,6 +227,8 @@ public:
     ~StreamBuffer() override;
 
     /// Return the 16 bytes of the device's UUID, in the order of its text form.
+    ///
+    /// @throws std::logic_error when this object was moved from.
     std::vector<std::uint8_t> toBytes() const;
 
 protected:

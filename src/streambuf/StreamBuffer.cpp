@@ -68,6 +68,9 @@ StreamBuffer::~StreamBuffer() {
 }
 
 std::vector<std::uint8_t> StreamBuffer::toBytes() const {
+    if (!impl) {
+        throw std::logic_error("The stream buffer has been moved from.");
+    }
     return {impl->uuid.begin(), impl->uuid.end()};
 }
 

@@ -8,6 +8,7 @@
 #include <locale>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -274,6 +275,9 @@ TEST(MovedFromStreamBufferTest, RefusesEverything) {
         EXPECT_EQ(source->pubsync(), 0);
         EXPECT_EQ(source->pubseekoff(0, std::ios_base::beg), std::streampos(std::streamoff(-1)));
         EXPECT_EQ(source->pubseekpos(0), std::streampos(std::streamoff(-1)));
+        EXPECT_THAT(
+            [&] { source->toBytes(); },
+            ::testing::ThrowsMessage<std::logic_error>("The stream buffer has been moved from."));
     }
     EXPECT_THAT(device.calls(), IsEmpty());
 }
