@@ -26,7 +26,13 @@ template <class Stream>
 struct InstalledBuffer {
     std::shared_ptr<Stream> stream;
 
-    std::streambuf* operator()() const { return stream->rdbuf(); }
+    std::streambuf* operator()() const {
+        std::streambuf* const installed = stream->rdbuf();
+        if (installed == nullptr) {
+            throw std::runtime_error("The stream has no buffer installed.");
+        }
+        return installed;
+    }
 };
 
 /// Fetch up to `count` characters into a string that is filled once, by the stream's buffer.

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <locale>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
@@ -114,6 +113,26 @@ TEST(SharedStreamAdapterTest, UsesTheBufferInstalledInAFileStreamsBase) {
 
     EXPECT_EQ(publication.calls.at(0).operations.read(4), "inst");
     file->std::ios::rdbuf(nullptr); // the stream is destroyed after what it points to
+}
+
+TEST(SharedStreamAdapterTest, FailsWhileNoBufferIsInstalled) {
+    FakePublication publication;
+    RecordingStreambuf installed("abc");
+    const auto input = std::make_shared<std::istream>(nullptr);
+    const auto output = std::make_shared<std::ostream>(nullptr);
+    const auto reader = makeDevice(exampleUuid(), input);
+    const auto writer = makeDevice(exampleUuid(), output);
+    const Operations& reading = publication.calls.at(0).operations;
+    const Operations& writing = publication.calls.at(1).operations;
+    const auto failure = ThrowsMessage<std::runtime_error>("The stream has no buffer installed.");
+
+    EXPECT_THAT([&] { reading.read(1); }, failure);
+    EXPECT_THAT([&] { reading.seekoff(0, 0, in); }, failure);
+    EXPECT_THAT([&] { reading.seekpos(0, in); }, failure);
+    EXPECT_THAT([&] { writing.write("x"); }, failure);
+
+    input->rdbuf(&installed);
+    EXPECT_EQ(reading.read(3), "abc");
 }
 
 TEST(SharedStreamAdapterTest, NeitherReadsNorChangesTheStreamsState) {
