@@ -24,12 +24,12 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace agent::orvi::streambuf::test {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
 constexpr auto binary = std::ios_base::binary;
@@ -56,7 +56,7 @@ protected:
         return properties;
     }
 
-    static const Operations operationsOf(const StreamBuffer& buffer) {
+    static Operations operationsOf(const StreamBuffer& buffer) {
         const auto& record = details::StreamBufferAccess::record(buffer);
         return {record->read, record->write, record->seekoff, record->seekpos, record->close};
     }

@@ -7,6 +7,7 @@
 #include <optional>
 #include <streambuf>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace agent::orvi::streambuf::test {

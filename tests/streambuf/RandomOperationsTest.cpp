@@ -5,17 +5,16 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <random>
 #include <sstream>
 #include <string>
-#include <tuple>
 #include <typeinfo>
 #include <utility>
 #include <vector>

@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <limits>
 #include <string>
 
 namespace agent::orvi::streambuf::test {

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <optional>
 #include <string>
 
 namespace agent::orvi::streambuf::test {
