@@ -57,8 +57,7 @@ ORVIConfigurationBuilder& ORVIConfigurationBuilder::addServiceInterfaceToService
     if (serviceInterface.empty()) {
         throw std::invalid_argument("A service interface must have a name.");
     }
-    declared->interfaces.push_back(
-        {std::move(alias), std::move(serviceInterface), std::move(settings)});
+    declared->interfaces.push_back({std::move(alias), std::move(serviceInterface), settings});
     return *this;
 }
 

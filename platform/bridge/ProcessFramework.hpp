@@ -30,7 +30,7 @@ public:
     ProcessFramework(Factory factory, InterfaceDirectory& directory);
 
     std::shared_ptr<cppmicroservices::Framework> get();
-    void set(std::shared_ptr<cppmicroservices::Framework> framework);
+    void set(std::shared_ptr<cppmicroservices::Framework> candidate);
 
 private:
     void awaitStart(std::unique_lock<std::mutex>& lock);

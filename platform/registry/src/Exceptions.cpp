@@ -1,12 +1,10 @@
 #include "cppmicroservices/IllegalStateException.h"
 #include "cppmicroservices/ServiceException.h"
 
-#include <utility>
-
 namespace cppmicroservices {
 
 IllegalStateException::IllegalStateException(std::string what)
-    : std::runtime_error(std::move(what)) {}
+    : std::runtime_error(what) {}
 
 IllegalStateException::~IllegalStateException() = default;
 

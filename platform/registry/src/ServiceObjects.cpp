@@ -15,7 +15,7 @@ struct ServiceObjectsBase::Data {
 };
 
 ServiceObjectsBase::ServiceObjectsBase(BundleContext context, ServiceReferenceBase const& reference)
-    : data_(std::make_unique<Data>(std::move(context), reference)) {
+    : data_(std::make_unique<Data>(Data{std::move(context), reference})) {
     if (!reference) {
         throw std::invalid_argument("The service reference is invalid");
     }

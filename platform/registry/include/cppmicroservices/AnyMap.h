@@ -67,7 +67,7 @@ public:
         using iterator = const_iter;
 
         const_iter() = default;
-        const_iter(iter const& it);
+        const_iter(iter const& other);
 
         /// @throws std::logic_error "cannot dereference an invalid iterator" if default
         /// constructed.

@@ -2,6 +2,7 @@
 
 #include "cppmicroservices/Any.h"
 
+#include <map>
 #include <ostream>
 #include <string>
 #include <unordered_map>
@@ -24,6 +25,10 @@ public:
     Framework
     NewFramework(FrameworkConfiguration const& configuration, std::ostream* logger = nullptr);
     Framework NewFramework();
+
+    /// Makes a framework from an ordered map; give a FrameworkConfiguration instead.
+    [[deprecated]] Framework
+    NewFramework(std::map<std::string, Any> const& configuration, std::ostream* logger = nullptr);
 };
 
 } // namespace cppmicroservices

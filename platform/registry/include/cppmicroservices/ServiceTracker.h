@@ -114,7 +114,7 @@ public:
     virtual int GetTrackingCount() const;
 
     /// Adds the tracked services and their objects to @p tracked.
-    virtual void GetTracked(TrackingMap& tracked) const;
+    virtual void GetTracked(TrackingMap& map) const;
 
     /// Tells whether no service is tracked.
     virtual bool IsEmpty() const;

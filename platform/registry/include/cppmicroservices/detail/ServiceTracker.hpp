@@ -121,7 +121,7 @@ void ServiceTracker<S, T>::Open() {
     {
         std::lock_guard const lock(state_->mutex);
         if (!fresh->isClosed()) {
-            state_->token = std::move(token);
+            state_->token = std::exchange(token, {});
         }
     }
     if (token) {
