@@ -36,4 +36,9 @@ Framework FrameworkFactory::NewFramework() {
     return NewFramework(FrameworkConfiguration());
 }
 
+Framework FrameworkFactory::NewFramework(
+    std::map<std::string, Any> const& configuration, std::ostream* logger) {
+    return NewFramework(FrameworkConfiguration(configuration.begin(), configuration.end()), logger);
+}
+
 } // namespace cppmicroservices

@@ -1,32 +1,11 @@
 #include "ServiceRecord.hpp"
 
-#include <algorithm>
 #include <stdexcept>
-#include <unordered_map>
 #include <utility>
 
 namespace cppmicroservices::detail {
 
 namespace {
-
-[[noreturn]] void failForCaseVariants(ServiceProperties const& properties) {
-    std::unordered_map<
-        std::string, ServiceProperties::const_iterator, any_map_cihash, any_map_ciequal>
-        seen;
-    auto first = properties.end();
-    std::size_t firstPlace = properties.size();
-    std::unordered_map<std::string, std::size_t> places;
-    for (auto it = properties.begin(); it != properties.end(); ++it) {
-        auto const place = places.size();
-        places[it->first] = place;
-        auto const [known, added] = seen.emplace(it->first, it);
-        if (!added && places[known->second->first] < firstPlace) {
-            first = known->second;
-            firstPlace = places[first->first];
-        }
-    }
-    throw std::runtime_error("Properties contain case variants of the key: " + first->first);
-}
 
 std::string scopeName(Scope scope) {
     switch (scope) {
@@ -59,8 +38,10 @@ void ServiceRecord::setProperties(ServiceProperties const& given) {
 
     any_map::unordered_any_cimap map(complete.size());
     for (auto& property : complete) {
-        if (!map.emplace(property).second) {
-            failForCaseVariants(complete);
+        auto const [known, added] = map.emplace(property.first, std::move(property.second));
+        if (!added) {
+            throw std::runtime_error(
+                "Properties contain case variants of the key: " + known->first);
         }
     }
     int ranking = 0;
