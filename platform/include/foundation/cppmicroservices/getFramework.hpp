@@ -15,24 +15,28 @@ namespace foundation::cppmicroservices {
 /// The first call creates, initialises and starts it, unless `setFramework` gave one before. The
 /// platform's bridge works on it from then on. The framework is not destroyed at process exit, so
 /// that objects of static lifetime may still use it; a host that wants its services withdrawn
-/// before that stops it.
+/// before that stops it. Its stop waits for the service methods that are running, so a method must
+/// not wait for the stop. A stopped framework is returned as it is, and when its host starts it
+/// again, the bridge works on it again from the next call of this function on.
 ///
-/// Thread safety: thread-safe; concurrent first calls get the same framework.
+/// May block while another thread starts the framework. Thread safety: thread-safe; concurrent
+/// first calls get the same framework.
 ///
-/// @throws std::runtime_error, std::logic_error when the framework cannot be started; a later call
-///         tries again.
+/// Exceptions of a framework that cannot be started pass unchanged; a later call tries again.
 ORVI_PLATFORM_EXPORT std::shared_ptr<::cppmicroservices::Framework> getFramework();
 
 /// Make a host's own framework the process-wide one.
 ///
 /// Call it before the first `getFramework`. A framework that is not yet started is initialised and
-/// started here.
+/// started here; its bundles may call `getFramework` meanwhile. Nothing happens when the same
+/// framework is given again.
 ///
 /// Thread safety: thread-safe.
 ///
+/// Exceptions of a framework that cannot be started pass unchanged; nothing is set then.
+///
 /// @throws std::invalid_argument when `framework` is null.
 /// @throws std::logic_error when another framework is in use already.
-/// @throws std::runtime_error when the framework cannot be started; nothing is set then.
 ORVI_PLATFORM_EXPORT void setFramework(std::shared_ptr<::cppmicroservices::Framework> framework);
 
 } // namespace foundation::cppmicroservices

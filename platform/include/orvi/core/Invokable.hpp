@@ -33,7 +33,8 @@ public:
     /// been withdrawn, and `UnknownMethod` when it has no such method.
     ///
     /// A local service runs the method at once on the calling thread, so the call blocks for as
-    /// long as the method takes, whatever the time limit is.
+    /// long as the method takes, whatever the time limit is. The handler is called and released
+    /// before this returns, when the method has ended: it may withdraw the service.
     ///
     /// @param timeLimit how long the caller is willing to wait for a remote answer; disengaged:
     ///        for ever.

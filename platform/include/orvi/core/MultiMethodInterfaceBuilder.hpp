@@ -19,7 +19,7 @@ public:
     /// Record one metadata pair. Look-ups see it as a service property, whose key is `key` after
     /// the prefix "orvi.serviceproperty.".
     ///
-    /// @throws std::invalid_argument when the key is empty or recorded already.
+    /// @throws std::invalid_argument when the key is empty or recorded already, in whatever case.
     MultiMethodInterfaceBuilder& addMetadata(std::string key, std::string value);
 
     /// Record one callable method under its name.

@@ -51,7 +51,8 @@ public:
         boost::property_tree::ptree settings);
 
     /// Put the configuration in force: interfaces that it names and that a registered provider
-    /// describes are reachable when this returns. Each call makes a configuration of its own.
+    /// describes are reachable when this returns, except where another thread is just making them
+    /// so. Each call makes a configuration of its own.
     ///
     /// Exceptions of the service framework pass unchanged; nothing is in force then.
     ORVIConfiguration build() const;
