@@ -21,6 +21,9 @@ function(orvi_configure_target target)
                 -Wnon-virtual-dtor
                 -Woverloaded-virtual
                 $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow>
+                # Clang 14 takes `if consteval` for true at run time too, so that the standard
+                # library compares types by address, which differ between libraries.
+                $<$<CXX_COMPILER_ID:Clang>:-U__cpp_if_consteval>
     )
 endfunction()
 
