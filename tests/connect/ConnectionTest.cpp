@@ -144,12 +144,15 @@ TEST_F(ConnectionTest, TellsThePublisherNothingOfItsEnd) {
 }
 
 TEST_F(ConnectionTest, KeepsTheServiceAliveOnlyWhileItLasts) {
-    const test::RegisteredService service(test::completeProperties(uuid));
+    test::RegisteredService service(
+        test::completeProperties(uuid), test::answeringWith(std::string("data")));
+    std::weak_ptr<test::FakeInvokable> observer;
     {
-        const StreamBuffer connected = connect();
-        EXPECT_GT(service.clients(), 0);
+        StreamBuffer connected = connect();
+        observer = service.release();
+        EXPECT_EQ(connected.sgetc(), 'd');
     }
-    EXPECT_EQ(service.clients(), 0);
+    EXPECT_TRUE(observer.expired());
 }
 
 TEST_F(ConnectionTest, CallsItsCloseFunctionOnceAtTheEnd) {

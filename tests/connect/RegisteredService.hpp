@@ -50,13 +50,19 @@ public:
 
     FakeInvokable& fake() { return *service; }
 
-    /// Return how many owners the service has beside this object and the registry.
-    long clients() const { return service.use_count() - registryOwners; }
+    /// Withdraw the service and let go of it.
+    ///
+    /// @return what tells whether somebody else still keeps it alive.
+    std::weak_ptr<FakeInvokable> release() {
+        withdraw();
+        const std::weak_ptr<FakeInvokable> observer = service;
+        service.reset();
+        return observer;
+    }
 
 private:
     std::shared_ptr<FakeInvokable> service;
     cppmicroservices::ServiceRegistration<core::Invokable> registration;
-    long registryOwners = service.use_count();
 };
 
 } // namespace agent::orvi::streambuf::test
