@@ -1,17 +1,34 @@
 #pragma once
 
-#include <orvi/platform_export.hpp>
+#include "payload/SlotArray.hpp"
 
-#include <boost/container/small_vector.hpp>
+#include <orvi/platform_export.hpp>
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 namespace agent::orvi::core::detail {
 
 /// A bit vector that needs no allocation for up to 64 flags.
 class ORVI_PLATFORM_EXPORT FlagArray {
 public:
+    FlagArray() = default;
+    FlagArray(const FlagArray&) = default;
+    FlagArray& operator=(const FlagArray&) = default;
+    ~FlagArray() = default;
+
+    /// Take over the flags; `other` has none afterwards.
+    FlagArray(FlagArray&& other) noexcept
+        : words(std::move(other.words))
+        , count(std::exchange(other.count, 0)) {}
+
+    FlagArray& operator=(FlagArray&& other) noexcept {
+        words = std::move(other.words);
+        count = std::exchange(other.count, 0);
+        return *this;
+    }
+
     /// Append a flag.
     void push_back(bool flag) {
         if (count % bitsPerWord == 0) {
@@ -47,7 +64,7 @@ private:
 
     [[noreturn]] static void throwInvalidSubscript();
 
-    boost::container::small_vector<std::uint64_t, 1> words;
+    SlotArray<std::uint64_t, 1> words;
     std::size_t count = 0;
 };
 

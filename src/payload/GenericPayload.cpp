@@ -14,54 +14,20 @@ void detail::FlagArray::throwInvalidSubscript() {
     throw std::out_of_range("invalid vector<bool> subscript");
 }
 
-GenericPayload::GenericPayload() noexcept = default;
-
 GenericPayload::GenericPayload(const GenericPayload& other)
     : typeHashes(other.typeHashes)
     , cloners(other.cloners)
     , futureFlags(other.futureFlags)
     , packedFlags(other.packedFlags) {
-    values.reserve(other.values.size());
     for (std::size_t index = 0; index < other.values.size(); ++index) {
         const std::shared_ptr<void>& value = other.values[index];
-        values.push_back(value ? cloners.at(index)(value) : nullptr);
+        values.push_back(value ? (*cloners[index])(value) : nullptr);
     }
-}
-
-GenericPayload::GenericPayload(GenericPayload&& other) noexcept
-    : typeHashes(std::move(other.typeHashes))
-    , values(std::move(other.values))
-    , cloners(std::move(other.cloners))
-    , futureFlags(std::move(other.futureFlags))
-    , packedFlags(std::move(other.packedFlags)) {
-    other.clear();
 }
 
 GenericPayload& GenericPayload::operator=(const GenericPayload& other) {
     GenericPayload copy(other);
     return *this = std::move(copy);
-}
-
-GenericPayload& GenericPayload::operator=(GenericPayload&& other) noexcept {
-    if (this != &other) {
-        typeHashes = std::move(other.typeHashes);
-        values = std::move(other.values);
-        cloners = std::move(other.cloners);
-        futureFlags = std::move(other.futureFlags);
-        packedFlags = std::move(other.packedFlags);
-        other.clear();
-    }
-    return *this;
-}
-
-GenericPayload::~GenericPayload() = default;
-
-void GenericPayload::clear() noexcept {
-    typeHashes.clear();
-    values.clear();
-    cloners.clear();
-    futureFlags.clear();
-    packedFlags.clear();
 }
 
 void GenericPayload::check(std::size_t index, std::uint64_t typeHash, bool forbidFutures) const {
@@ -82,15 +48,19 @@ void GenericPayload::check(std::size_t index, std::uint64_t typeHash, bool forbi
     }
 }
 
-std::shared_ptr<void> GenericPayload::refuseToCopyFuture(const std::shared_ptr<void>&) {
-    throw std::logic_error("A GenericPayload that holds a future cannot be copied.");
+const GenericPayload::Cloner& GenericPayload::futureCloner() {
+    static const Cloner instance = [](const std::shared_ptr<void>&) -> std::shared_ptr<void> {
+        throw std::logic_error("A GenericPayload that holds a future cannot be copied.");
+    };
+    return instance;
 }
 
 void GenericPayload::addSlot(
-    std::uint64_t typeHash, std::shared_ptr<void> value, Cloner cloner, bool future, bool packed) {
+    std::uint64_t typeHash, std::shared_ptr<void> value, const Cloner& cloner, bool future,
+    bool packed) {
     typeHashes.push_back(typeHash);
     values.push_back(std::move(value));
-    cloners.push_back(std::move(cloner));
+    cloners.push_back(&cloner);
     futureFlags.push_back(future);
     packedFlags.push_back(packed);
 }

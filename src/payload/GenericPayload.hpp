@@ -1,10 +1,10 @@
 #pragma once
 
 #include "payload/FlagArray.hpp"
+#include "payload/SlotArray.hpp"
 
 #include <orvi/platform_export.hpp>
 
-#include <boost/container/small_vector.hpp>
 #include <boost/container_hash/hash.hpp>
 #include <boost/type_index/ctti_type_index.hpp>
 
@@ -44,7 +44,7 @@ public:
 /// Thread safety: single-thread.
 class ORVI_PLATFORM_EXPORT GenericPayload {
 public:
-    GenericPayload() noexcept;
+    GenericPayload() noexcept = default;
 
     /// Copy every value with the copy constructor of its type.
     ///
@@ -53,10 +53,10 @@ public:
     GenericPayload(const GenericPayload& other);
 
     /// Take over the slots; `other` has none afterwards.
-    GenericPayload(GenericPayload&& other) noexcept;
+    GenericPayload(GenericPayload&& other) noexcept = default;
     GenericPayload& operator=(const GenericPayload& other);
-    GenericPayload& operator=(GenericPayload&& other) noexcept;
-    ~GenericPayload();
+    GenericPayload& operator=(GenericPayload&& other) noexcept = default;
+    ~GenericPayload() = default;
 
     /// Make a payload with one slot per value, which each holds a copy (or what was moved in).
     template <class... Values>
@@ -71,7 +71,7 @@ public:
     static GenericPayload fromFuture(std::future<T> future) {
         GenericPayload payload;
         payload.addSlot(
-            typeHash<T>(), std::make_shared<std::future<T>>(std::move(future)), &refuseToCopyFuture,
+            typeHash<T>(), std::make_shared<std::future<T>>(std::move(future)), futureCloner(),
             true, false);
         return payload;
     }
@@ -138,32 +138,37 @@ private:
     using Cloner = std::function<std::shared_ptr<void>(std::shared_ptr<void>)>;
 
     template <class Element>
-    using SlotArray = boost::container::small_vector<Element, 3>;
+    using SlotArray = detail::SlotArray<Element, 3>;
 
     template <class T>
     static std::shared_ptr<void> cloner_helper(const std::shared_ptr<void>& value) {
         return std::make_shared<T>(*static_cast<const T*>(value.get()));
     }
 
-    static std::shared_ptr<void> refuseToCopyFuture(const std::shared_ptr<void>& value);
+    /// Return the cloner of a type. There is one per type, so that a slot moves without it.
+    template <class T>
+    static const Cloner& cloner() {
+        static const Cloner instance = &cloner_helper<T>;
+        return instance;
+    }
+
+    static const Cloner& futureCloner();
 
     template <class T, class Value>
     void addValue(bool packed, Value&& value) {
         static_assert(std::is_copy_constructible_v<T>, "a payload must be able to copy its values");
         addSlot(
-            typeHash<T>(), std::make_shared<T>(std::forward<Value>(value)), &cloner_helper<T>,
-            false, packed);
+            typeHash<T>(), std::make_shared<T>(std::forward<Value>(value)), cloner<T>(), false,
+            packed);
     }
 
     void addSlot(
-        std::uint64_t typeHash, std::shared_ptr<void> value, Cloner cloner, bool future,
+        std::uint64_t typeHash, std::shared_ptr<void> value, const Cloner& cloner, bool future,
         bool packed);
-
-    void clear() noexcept;
 
     SlotArray<std::uint64_t> typeHashes;
     SlotArray<std::shared_ptr<void>> values;
-    SlotArray<Cloner> cloners;
+    SlotArray<const Cloner*> cloners;
     detail::FlagArray futureFlags;
     detail::FlagArray packedFlags;
 };
