@@ -27,9 +27,9 @@ Result callWithPayload(
     std::index_sequence<Index...>) {
     constexpr std::size_t parameterCount = sizeof...(Arguments);
     if (parameterCount == 1 || payload.size() == parameterCount) {
-        // All checks come before the call: the slots are read in place.
-        (payload.check(Index, GenericPayload::typeHash<Arguments>(), true), ...);
-        return function(payload.peek<Arguments>(Index)...);
+        // The braces make the checks run in order, all of them before the call.
+        return std::apply(
+            function, std::tuple<const Arguments&...>{payload.peek<Arguments>(Index)...});
     }
     if (payload.size() == 1 && payload.isPackedArguments(0)) {
         return std::apply(function, payload.peek<std::tuple<Arguments...>>(0));
@@ -47,8 +47,8 @@ public:
     explicit PayloadAdapter(Function function)
         : function(std::move(function)) {}
 
-    GenericPayload
-    operator()(foundation::concurrent::threadpool::stop_token, GenericPayload payload) const {
+    GenericPayload operator()(
+        foundation::concurrent::threadpool::stop_token, const GenericPayload& payload) const {
         return GenericPayload::fromValues(callWithPayload<Result>(
             function, payload, static_cast<std::tuple<std::decay_t<Arguments>...>*>(nullptr),
             std::index_sequence_for<Arguments...>()));
@@ -83,7 +83,8 @@ auto genericPayloadWrapper(Function function) {
 /// The adapted function throws what `GenericPayload::take` throws, without calling `consume`.
 template <class T, class Consume>
 std::function<void(GenericPayload)> genericPayloadWrapperCH(Consume consume) {
-    return [consume = std::move(consume)](GenericPayload payload) { consume(payload.take<T>(0)); };
+    return
+        [consume = std::move(consume)](GenericPayload&& payload) { consume(payload.take<T>(0)); };
 }
 
 } // namespace detail
