@@ -29,6 +29,8 @@ struct GenericPayloadTestAccess;
 class ORVI_PLATFORM_EXPORT BadAnyCast : public std::bad_any_cast {
 public:
     ~BadAnyCast() override;
+
+    /// Return "Bad any_cast".
     const char* what() const noexcept override;
 };
 
@@ -54,7 +56,11 @@ public:
 
     /// Take over the slots; `other` has none afterwards.
     GenericPayload(GenericPayload&& other) noexcept = default;
+
+    /// Copy as the copy constructor does; nothing has changed when it throws.
     GenericPayload& operator=(const GenericPayload& other);
+
+    /// Take over the slots; `other` has none afterwards.
     GenericPayload& operator=(GenericPayload&& other) noexcept = default;
     ~GenericPayload() = default;
 
