@@ -40,8 +40,8 @@ protected:
     StreamBuffer connect() const { return makeDevice(uuid, closeLog.close()); }
 
     /// Return the record of a connection to a service with these properties.
-    std::shared_ptr<details::StreamBufferImpl> recordOver(const ServiceProperties& properties) {
-        const RegisteredService service(properties);
+    std::shared_ptr<details::StreamBufferImpl> recordOver(const ServiceProperties& stated) {
+        const RegisteredService service(stated);
         connected.push_back(connect());
         return details::StreamBufferAccess::record(connected.back());
     }
