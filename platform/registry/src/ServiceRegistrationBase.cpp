@@ -2,6 +2,7 @@
 
 #include "FrameworkCore.hpp"
 #include "ServiceRecord.hpp"
+#include "ServiceUse.hpp"
 
 #include "cppmicroservices/ServiceFactory.h"
 
@@ -99,12 +100,11 @@ void Registration::returnInstances(
     for (auto const& instance : instances) {
         try {
             maker.UngetService(core.bundle(), handle(), instance);
-        } catch (std::exception const& e) {
+        } catch (...) {
             core.send(FrameworkEvent(
                 FrameworkEvent::FRAMEWORK_ERROR, core.bundle(),
                 "ServiceFactory UngetService implementation threw an exception",
-                std::make_exception_ptr(
-                    ServiceException(e.what(), ServiceException::FACTORY_EXCEPTION))));
+                factoryException()));
         }
     }
 }
@@ -150,15 +150,16 @@ ServiceReferenceBase ServiceRegistrationBase::GetReference(std::string const& in
 }
 
 void ServiceRegistrationBase::SetProperties(ServiceProperties const& properties) {
-    detail::checked(registration_).setProperties(properties);
+    // A listener may reset this very handle.
+    auto const registration = registration_;
+    detail::checked(registration).setProperties(properties);
 }
 
 void ServiceRegistrationBase::SetProperties(ServiceProperties&& properties) {
-    detail::checked(registration_).setProperties(properties);
+    SetProperties(properties);
 }
 
 void ServiceRegistrationBase::Unregister() {
-    // A listener may reset this very handle.
     auto const registration = registration_;
     detail::checked(registration).unregister();
 }

@@ -52,11 +52,10 @@ void returnInstance(
     }
     try {
         factory.UngetService(core->bundle(), registration.handle(), instance);
-    } catch (std::exception const& e) {
+    } catch (...) {
         sendFactoryEvent(
             registration, FrameworkEvent::FRAMEWORK_ERROR, "ServiceFactory threw an exception",
-            std::make_exception_ptr(
-                ServiceException(e.what(), ServiceException::FACTORY_EXCEPTION)));
+            factoryException());
     }
 }
 
@@ -88,12 +87,10 @@ InterfaceMapConstPtr make(Registration& registration, ServiceFactory& factory) {
             }
         }
         return instance;
-    } catch (std::exception const& e) {
+    } catch (...) {
         sendFactoryEvent(
             registration, FrameworkEvent::FRAMEWORK_ERROR,
-            "ServiceFactory threw an unknown exception.",
-            std::make_exception_ptr(
-                ServiceException(e.what(), ServiceException::FACTORY_EXCEPTION)));
+            "ServiceFactory threw an unknown exception.", factoryException());
         return nullptr;
     }
 }
@@ -253,6 +250,18 @@ std::shared_ptr<Use const> use(ServiceReferenceBase const& reference, Instance i
 }
 
 } // namespace
+
+std::exception_ptr factoryException() {
+    std::string text = "unknown";
+    try {
+        throw;
+    } catch (std::exception const& e) {
+        text = e.what();
+    } catch (...) {
+        // Has no text.
+    }
+    return std::make_exception_ptr(ServiceException(text, ServiceException::FACTORY_EXCEPTION));
+}
 
 std::shared_ptr<void> useService(ServiceReferenceBase const& reference, Instance instance) {
     auto const used = use(reference, instance);

@@ -2,9 +2,13 @@
 
 #include "ServiceRecord.hpp"
 
+#include <exception>
 #include <memory>
 
 namespace cppmicroservices::detail {
+
+/// Wraps the exception of a service factory that is being handled.
+std::exception_ptr factoryException();
 
 /// Which object of a prototype factory is got.
 enum class Instance { Shared, Fresh };

@@ -137,6 +137,7 @@ private:
 
     std::shared_ptr<Tracked> tracked() const;
     std::vector<ServiceReference<S>> initialReferences();
+    void removeListener(ListenerToken token);
 
     std::unique_ptr<State> state_;
 };

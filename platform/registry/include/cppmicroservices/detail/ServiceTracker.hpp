@@ -113,9 +113,9 @@ void ServiceTracker<S, T>::Open() {
             std::lock_guard const lock(state_->mutex);
             state_->tracked = former;
         }
-        if (token) {
-            state_->context.RemoveListener(std::move(token));
-        }
+        removeListener(std::move(token));
+        // An event may be on its way to it on another thread.
+        fresh->closeAndUntrack();
         throw;
     }
     {
@@ -126,7 +126,7 @@ void ServiceTracker<S, T>::Open() {
     }
     if (token) {
         // Closed by another thread before there was a listener to remove.
-        state_->context.RemoveListener(std::move(token));
+        removeListener(std::move(token));
         return;
     }
     fresh->trackInitial(references);
@@ -157,17 +157,20 @@ void ServiceTracker<S, T>::Close() {
         token = std::move(state_->token);
         outgoing = state_->tracked;
     }
+    removeListener(std::move(token));
+    if (outgoing) {
+        outgoing->closeAndUntrack();
+    }
+}
+
+template <class S, class T>
+void ServiceTracker<S, T>::removeListener(ListenerToken token) {
     try {
         if (token) {
             state_->context.RemoveListener(std::move(token));
         }
     } catch (IllegalStateException const&) {
         // The framework has stopped and dropped the listener.
-    }
-    if (outgoing && outgoing->close()) {
-        for (auto const& entry : outgoing->entries()) {
-            outgoing->untrack(entry.first);
-        }
     }
 }
 

@@ -86,18 +86,23 @@ public:
         customizer_->RemovedService(reference, object);
     }
 
-    /// Returns false if it was closed before.
-    bool close() {
-        std::unique_lock lock(mutex_);
-        if (closed_) {
-            return false;
+    /// Waits for customizer calls on other threads, then removes what is tracked. Does nothing if
+    /// closed.
+    void closeAndUntrack() {
+        {
+            std::unique_lock lock(mutex_);
+            if (closed_) {
+                return;
+            }
+            closed_ = true;
+            condition_.notify_all();
+            // A customizer may close its own tracker, so calls on this thread are not waited for.
+            auto const own = [](std::thread::id id) { return id == std::this_thread::get_id(); };
+            condition_.wait(lock, [&] { return std::all_of(calls_.begin(), calls_.end(), own); });
         }
-        closed_ = true;
-        condition_.notify_all();
-        // A customizer may close its own tracker, so calls on this thread are not waited for.
-        auto const own = [](std::thread::id id) { return id == std::this_thread::get_id(); };
-        condition_.wait(lock, [&] { return std::all_of(calls_.begin(), calls_.end(), own); });
-        return true;
+        for (auto const& entry : entries()) {
+            untrack(entry.first);
+        }
     }
 
     bool isClosed() const {
