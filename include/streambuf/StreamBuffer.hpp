@@ -304,6 +304,10 @@ private:
     ORVI_STREAMBUF_LOCAL void emptyPutArea();
     ORVI_STREAMBUF_LOCAL void advancePut(std::streamsize count);
     ORVI_STREAMBUF_LOCAL std::string readFromDevice(std::size_t count);
+    ORVI_STREAMBUF_LOCAL std::streamsize
+    readBeyondGetArea(char* destination, std::streamsize count);
+    ORVI_STREAMBUF_LOCAL std::streamsize
+    writeBeyondPutArea(const char* source, std::streamsize count);
     ORVI_STREAMBUF_LOCAL bool writeFullPutArea();
     ORVI_STREAMBUF_LOCAL bool prepareMove(std::ios_base::openmode mode);
 

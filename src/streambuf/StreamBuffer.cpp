@@ -147,15 +147,23 @@ StreamBuffer::int_type StreamBuffer::underflow() {
 }
 
 std::streamsize StreamBuffer::xsgetn(char* destination, std::streamsize count) {
-    if (!canRead() || count <= 0) {
+    // What the area holds needs no look at the device: without one, the area is empty.
+    if (count <= 0) {
         return 0;
     }
-    const std::streamsize available = egptr() - gptr();
-    if (count <= available) {
+    if (count <= egptr() - gptr()) {
         std::memcpy(destination, gptr(), static_cast<std::size_t>(count));
         setg(eback(), gptr() + count, egptr());
         return count;
     }
+    return readBeyondGetArea(destination, count);
+}
+
+std::streamsize StreamBuffer::readBeyondGetArea(char* destination, std::streamsize count) {
+    if (!canRead()) {
+        return 0;
+    }
+    const std::streamsize available = egptr() - gptr();
     std::string& buffer = impl->getBuffer;
     if (growEmptyBuffer(buffer)) {
         emptyGetArea();
@@ -215,18 +223,26 @@ StreamBuffer::int_type StreamBuffer::overflow(int_type character) {
 }
 
 std::streamsize StreamBuffer::xsputn(const char* source, std::streamsize count) {
-    if (!canWrite() || count <= 0) {
+    if (count <= 0) {
         return 0;
     }
-    if (growEmptyBuffer(impl->putBuffer)) {
-        emptyPutArea();
-    }
-    const std::streamsize space = epptr() - pptr();
-    if (count <= space) {
+    if (count <= epptr() - pptr()) {
         std::memcpy(pptr(), source, static_cast<std::size_t>(count));
         advancePut(count);
         return count;
     }
+    return writeBeyondPutArea(source, count);
+}
+
+std::streamsize StreamBuffer::writeBeyondPutArea(const char* source, std::streamsize count) {
+    if (!canWrite()) {
+        return 0;
+    }
+    if (growEmptyBuffer(impl->putBuffer)) {
+        emptyPutArea();
+        return xsputn(source, count);
+    }
+    const std::streamsize space = epptr() - pptr();
     if (space > 0) {
         std::memcpy(pptr(), source, static_cast<std::size_t>(space));
     }
