@@ -144,14 +144,16 @@ TEST(GenericPayloadMoveTest, ASourceCanBeFilledAgain) {
 }
 
 TEST(GenericPayloadAssignmentTest, ToItselfChangesNothing) {
-    GenericPayload payload = GenericPayload::fromValues(1, std::string("two"));
+    GenericPayload payload = GenericPayload::fromValues(1, std::string("two"), 3, 4, 5);
     GenericPayload& alias = payload;
     payload = alias;
-    ASSERT_EQ(payload.size(), 2u);
+    ASSERT_EQ(payload.size(), 5u);
     payload = std::move(alias);
-    ASSERT_EQ(payload.size(), 2u);
+    ASSERT_EQ(payload.size(), 5u);
+    EXPECT_FALSE(payload.isPackedArguments(4));
     EXPECT_EQ(payload.take<int>(0), 1);
     EXPECT_EQ(payload.take<std::string>(1), "two");
+    EXPECT_EQ(payload.take<int>(4), 5);
 }
 
 } // namespace
