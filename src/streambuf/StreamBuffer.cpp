@@ -31,6 +31,16 @@ bool growEmptyBuffer(std::string& buffer) {
     return true;
 }
 
+/// Put the characters of `result` from `first` on at the start of the buffer. A whole buffer full
+/// changes hands without a copy.
+void keep(std::string& buffer, std::string& result, std::size_t first) {
+    if (first == 0 && result.size() == buffer.size()) {
+        buffer.swap(result);
+    } else {
+        std::memcpy(buffer.data(), result.data() + first, result.size() - first);
+    }
+}
+
 } // namespace
 
 StreamBuffer::StreamBuffer(std::shared_ptr<details::StreamBufferImpl> impl)
@@ -137,12 +147,13 @@ StreamBuffer::int_type StreamBuffer::underflow() {
     if (growEmptyBuffer(buffer)) {
         emptyGetArea();
     }
-    const std::string result = readFromDevice(buffer.size());
-    setg(buffer.data(), buffer.data(), buffer.data() + result.size());
-    if (result.empty()) {
+    std::string result = readFromDevice(buffer.size());
+    const std::size_t got = result.size();
+    keep(buffer, result, 0);
+    setg(buffer.data(), buffer.data(), buffer.data() + got);
+    if (got == 0) {
         return traits_type::eof();
     }
-    std::memcpy(buffer.data(), result.data(), result.size());
     return traits_type::to_int_type(*gptr());
 }
 
@@ -181,7 +192,7 @@ std::streamsize StreamBuffer::readBeyondGetArea(char* destination, std::streamsi
         std::memcpy(destination, gptr(), static_cast<std::size_t>(available));
         setg(eback(), egptr(), egptr());
     }
-    const std::string result = readFromDevice(request);
+    std::string result = readFromDevice(request);
     const std::size_t got = result.size();
     const std::size_t taken = std::min(got, rest);
     if (taken > 0) {
@@ -194,7 +205,7 @@ std::streamsize StreamBuffer::readBeyondGetArea(char* destination, std::streamsi
     // Keep the buffer in step with the device: it holds the device's last, partly delivered block,
     // so that the characters just handed out can be put back.
     const std::size_t blockStart = rest - rest % bufferSize;
-    std::memcpy(buffer.data(), result.data() + blockStart, got - blockStart);
+    keep(buffer, result, blockStart);
     setg(buffer.data(), buffer.data() + (rest - blockStart), buffer.data() + (got - blockStart));
     return count;
 }
