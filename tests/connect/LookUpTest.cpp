@@ -6,6 +6,7 @@
 #include "support/Registry.hpp"
 #include "support/ThrowsExactly.hpp"
 
+#include <cppmicroservices/IllegalStateException.h>
 #include <cppmicroservices/ServiceException.h>
 #include <cppmicroservices/ServiceListenerHook.h>
 
@@ -208,6 +209,9 @@ TEST_F(LookUpTest, EndsInTimeWhenTheFrameworkStopsMeanwhile) {
             error.what(), testing::AnyOf(
                               testing::StrEq("The bundle context cannot be null."),
                               testing::StrEq("The bundle context became null.")));
+    } catch (const cppmicroservices::IllegalStateException& error) {
+        // The framework stopped while the tracker opened.
+        EXPECT_STREQ(error.what(), "The bundle context is no longer valid");
     } catch (const std::runtime_error& error) {
         EXPECT_EQ(
             error.what(),
