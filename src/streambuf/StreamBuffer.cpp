@@ -251,7 +251,7 @@ std::streamsize StreamBuffer::writeBeyondPutArea(const char* source, std::stream
     }
     if (growEmptyBuffer(impl->putBuffer)) {
         emptyPutArea();
-        return xsputn(source, count);
+        return StreamBuffer::xsputn(source, count);
     }
     const std::streamsize space = epptr() - pptr();
     if (space > 0) {
