@@ -30,10 +30,32 @@ GenericPayload& GenericPayload::operator=(const GenericPayload& other) {
     return *this = std::move(copy);
 }
 
-void GenericPayload::check(std::size_t index, std::uint64_t typeHash, bool forbidFutures) const {
+void GenericPayload::append(GenericPayload&& other) {
+    GenericPayload added = std::exchange(other, GenericPayload());
+    for (std::size_t index = 0; index < added.size(); ++index) {
+        addSlot(
+            added.typeHashes[index], std::move(added.values[index]), *added.cloners[index],
+            added.futureFlags.at(index), added.packedFlags.at(index));
+    }
+}
+
+GenericPayload GenericPayload::takeSlot(std::size_t index) {
+    checkIndex(index);
+    GenericPayload slot;
+    slot.addSlot(
+        typeHashes[index], std::move(values[index]), *cloners[index], futureFlags.at(index),
+        packedFlags.at(index));
+    return slot;
+}
+
+void GenericPayload::checkIndex(std::size_t index) const {
     if (index >= values.size()) {
         throw std::out_of_range("Invalid GenericPayload index");
     }
+}
+
+void GenericPayload::check(std::size_t index, std::uint64_t typeHash, bool forbidFutures) const {
+    checkIndex(index);
     if (!values[index]) {
         throw std::runtime_error("GenericPayload empty at index");
     }
@@ -48,11 +70,8 @@ void GenericPayload::check(std::size_t index, std::uint64_t typeHash, bool forbi
     }
 }
 
-const GenericPayload::Cloner& GenericPayload::futureCloner() {
-    static const Cloner instance = [](const std::shared_ptr<void>&) -> std::shared_ptr<void> {
-        throw std::logic_error("A GenericPayload that holds a future cannot be copied.");
-    };
-    return instance;
+std::shared_ptr<void> GenericPayload::refuseToClone(const std::shared_ptr<void>&) {
+    throw std::logic_error("A GenericPayload that holds a future cannot be copied.");
 }
 
 void GenericPayload::addSlot(

@@ -14,6 +14,7 @@
 #include <functional>
 #include <future>
 #include <memory>
+#include <new>
 #include <tuple>
 #include <type_traits>
 #include <utility>
@@ -77,8 +78,8 @@ public:
     static GenericPayload fromFuture(std::future<T> future) {
         GenericPayload payload;
         payload.addSlot(
-            typeHash<T>(), std::make_shared<std::future<T>>(std::move(future)), futureCloner(),
-            true, false);
+            typeHash<T>(), std::make_shared<std::future<T>>(std::move(future)),
+            lasting<&refuseToClone>(), true, false);
         return payload;
     }
 
@@ -138,6 +139,47 @@ public:
     /// @throws std::out_of_range "invalid vector<bool> subscript" when there is no such slot.
     bool isPackedArguments(std::size_t index) const { return packedFlags.at(index); }
 
+    /// Return the identity of the type that a slot holds or held.
+    ///
+    /// @throws std::out_of_range "Invalid GenericPayload index" when there is no such slot.
+    std::uint64_t slotType(std::size_t index) const {
+        checkIndex(index);
+        return typeHashes[index];
+    }
+
+    /// Say whether a slot was never filled or has been taken.
+    ///
+    /// @throws std::out_of_range "Invalid GenericPayload index" when there is no such slot.
+    bool isEmpty(std::size_t index) const {
+        checkIndex(index);
+        return !values[index];
+    }
+
+    /// Say whether a slot's value comes from a future, also after it has been taken.
+    ///
+    /// @throws std::out_of_range "Invalid GenericPayload index" when there is no such slot.
+    bool holdsFuture(std::size_t index) const {
+        checkIndex(index);
+        return futureFlags.at(index);
+    }
+
+    /// Return the value of a slot to be changed in place, after `check` with futures forbidden.
+    template <class T>
+    T& edit(std::size_t index) {
+        check(index, typeHash<T>(), true);
+        return *static_cast<T*>(values[index].get());
+    }
+
+    /// Take over the slots of another payload, behind those that are there; `other` has none
+    /// afterwards.
+    void append(GenericPayload&& other);
+
+    /// Remove what a slot holds, be it a value, a future or nothing, and return it in a payload of
+    /// that one slot. The slot stays, empty.
+    ///
+    /// @throws std::out_of_range "Invalid GenericPayload index" when there is no such slot.
+    GenericPayload takeSlot(std::size_t index);
+
 private:
     friend struct detail::GenericPayloadTestAccess;
 
@@ -151,22 +193,27 @@ private:
         return std::make_shared<T>(*static_cast<const T*>(value.get()));
     }
 
-    /// Return the cloner of a type. There is one per type, so that a slot moves without it.
-    template <class T>
-    static const Cloner& cloner() {
-        static const Cloner instance = &cloner_helper<T>;
-        return instance;
-    }
+    /// @throws std::logic_error always: a future cannot be copied.
+    static std::shared_ptr<void> refuseToClone(const std::shared_ptr<void>& value);
 
-    static const Cloner& futureCloner();
+    /// Return the one cloner that calls a function; a slot moves without it. It is never destroyed,
+    /// since payloads of static lifetime may be copied until the process ends.
+    template <std::shared_ptr<void> (*clone)(const std::shared_ptr<void>&)>
+    static const Cloner& lasting() {
+        alignas(Cloner) static std::byte storage[sizeof(Cloner)];
+        static const Cloner& cloner = *::new (static_cast<void*>(storage)) Cloner(clone);
+        return cloner;
+    }
 
     template <class T, class Value>
     void addValue(bool packed, Value&& value) {
         static_assert(std::is_copy_constructible_v<T>, "a payload must be able to copy its values");
         addSlot(
-            typeHash<T>(), std::make_shared<T>(std::forward<Value>(value)), cloner<T>(), false,
-            packed);
+            typeHash<T>(), std::make_shared<T>(std::forward<Value>(value)),
+            lasting<&cloner_helper<T>>(), false, packed);
     }
+
+    void checkIndex(std::size_t index) const;
 
     void addSlot(
         std::uint64_t typeHash, std::shared_ptr<void> value, const Cloner& cloner, bool future,

@@ -71,6 +71,7 @@ public:
         configuration = builder.build();
         service = context.GetService(context.GetServiceReference<core::Invokable>());
         expect(runs(*service), "a published service runs");
+        payload = core::GenericPayload::fromValues(std::string("lasting"));
     }
 
     ~Published() {
@@ -85,6 +86,9 @@ public:
         }
         configuration.reset();
         expect(!runs(*service), "no method runs after the end");
+        expect(
+            core::GenericPayload(payload).take<std::string>(0) == "lasting",
+            "a payload can be copied until the end");
     }
 
     bool expectedToRun = true;
@@ -93,6 +97,7 @@ private:
     cppmicroservices::ServiceRegistration<core::ServiceProvider> registration;
     frameworksetup::ORVIConfiguration configuration;
     std::shared_ptr<core::Invokable> service;
+    core::GenericPayload payload;
 };
 
 Published destroyedLast;
