@@ -7,6 +7,8 @@
 #include <google/protobuf/io/coded_stream.h>
 
 #include <cstddef>
+#include <cstdint>
+#include <string>
 
 namespace agent::orvi::remoting::details {
 
@@ -17,6 +19,9 @@ namespace agent::orvi::remoting::details {
 /// @throws std::length_error when the frame would be longer than `maximumFrameSize`; the text names
 ///         both numbers.
 OutgoingFrame encodeFrame(const v1::Frame& head, Bytes data = {});
+
+/// Attach data to an encoded head; see `encodeFrame`.
+OutgoingFrame attachData(std::string head, Bytes data);
 
 /// Return how many bytes of data fit behind a head of `headSize` bytes.
 std::size_t dataRoom(std::size_t headSize) noexcept;

@@ -21,10 +21,10 @@ constexpr std::size_t maximumErrorText = std::size_t{64} * 1024;
 /// Bytes of the name of an error's type; what is longer is cut.
 constexpr std::size_t maximumErrorType = std::size_t{4} * 1024;
 
-/// Values inside of values of a service property, the property's own value included.
-constexpr int maximumValueDepth = 16;
+/// Lists and maps inside of each other in the value of a service property.
+constexpr int maximumNesting = 16;
 
-/// Messages inside of messages: an offer whose values are nested as deeply as they may be.
+/// Messages inside of messages: more than an offer with the deepest nesting has.
 constexpr int maximumMessageDepth = 64;
 
 } // namespace agent::orvi::remoting::details

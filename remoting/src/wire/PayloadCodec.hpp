@@ -112,6 +112,7 @@ private:
 
     void addSlot(const v1::Slot& slot);
     void reserve(std::uint64_t trustedBytes);
+    static void appendTo(const Text& text, FrameReader& frame, std::size_t count);
 
     core::GenericPayload payload;
     std::vector<Text> texts; // those that are not empty

@@ -1,0 +1,205 @@
+#include "wire/FrameCodec.hpp"
+
+#include <orvi/remoting/Errors.hpp>
+
+#include <array>
+#include <cassert>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace agent::orvi::remoting::details {
+namespace {
+
+using google::protobuf::io::CodedInputStream;
+using google::protobuf::io::CodedOutputStream;
+
+/// How the encoding of a field goes on after its tag.
+enum class WireType : std::uint32_t { varint = 0, fixed64 = 1, length = 2, fixed32 = 5 };
+
+constexpr std::uint32_t wireTypeBits = 3;
+
+constexpr std::uint32_t tagOf(int field, WireType type) {
+    return static_cast<std::uint32_t>(field) << wireTypeBits | static_cast<std::uint32_t>(type);
+}
+
+constexpr std::uint32_t dataTag = tagOf(v1::Frame::kDataFieldNumber, WireType::length);
+static_assert(dataTag < 0x80, "the tag of the data is one byte");
+
+std::size_t varintSize(std::size_t value) {
+    return CodedOutputStream::VarintSize64(value);
+}
+
+std::string tooLong(std::size_t size) {
+    return "A frame of " + std::to_string(size) + " bytes is longer than the limit of " +
+           std::to_string(maximumFrameSize) + " bytes.";
+}
+
+ProtocolError malformed() {
+    return ProtocolError("A frame is malformed.");
+}
+
+/// Return the part of a frame that a field holds, null for fields of later versions.
+google::protobuf::Message* bodyOf(v1::Frame& frame, int field) {
+    switch (field) {
+    case v1::Frame::kHelloFieldNumber:
+        return frame.mutable_hello();
+    case v1::Frame::kWantFieldNumber:
+        return frame.mutable_want();
+    case v1::Frame::kUnwantFieldNumber:
+        return frame.mutable_unwant();
+    case v1::Frame::kOfferFieldNumber:
+        return frame.mutable_offer();
+    case v1::Frame::kWithdrawalFieldNumber:
+        return frame.mutable_withdrawal();
+    case v1::Frame::kSettledFieldNumber:
+        return frame.mutable_settled();
+    case v1::Frame::kRequestFieldNumber:
+        return frame.mutable_request();
+    case v1::Frame::kAnswerFieldNumber:
+        return frame.mutable_answer();
+    case v1::Frame::kFailureFieldNumber:
+        return frame.mutable_failure();
+    case v1::Frame::kAbandonFieldNumber:
+        return frame.mutable_abandon();
+    default:
+        return nullptr;
+    }
+}
+
+} // namespace
+
+OutgoingFrame encodeFrame(const v1::Frame& head, Bytes data) {
+    assert(head.data().empty());
+    const std::size_t headSize = head.ByteSizeLong();
+    if (headSize > maximumFrameSize) {
+        throw std::length_error(tooLong(headSize));
+    }
+    return attachData(head.SerializeAsString(), std::move(data));
+}
+
+OutgoingFrame attachData(std::string head, Bytes data) {
+    if (data.size > 0) {
+        const std::size_t size = head.size() + 1 + varintSize(data.size) + data.size;
+        if (size > maximumFrameSize) {
+            throw std::length_error(tooLong(size));
+        }
+        std::array<std::uint8_t, 8> prefix{static_cast<std::uint8_t>(dataTag)};
+        const std::uint8_t* const end = CodedOutputStream::WriteVarint32ToArray(
+            static_cast<std::uint32_t>(data.size), prefix.data() + 1);
+        head.append(prefix.cbegin(), prefix.cbegin() + (end - prefix.data()));
+    }
+    return {std::move(head), std::move(data)};
+}
+
+std::size_t dataRoom(std::size_t headSize) noexcept {
+    if (headSize + 2 >= maximumFrameSize) {
+        return 0;
+    }
+    const std::size_t room = maximumFrameSize - headSize - 1;
+    const std::size_t fitting = room - varintSize(room);
+    // A shorter number may have a shorter encoding.
+    return varintSize(fitting + 1) + fitting + 1 <= room ? fitting + 1 : fitting;
+}
+
+FrameReader::FrameReader(google::protobuf::io::ZeroCopyInputStream& input, std::size_t size)
+    : input(&input)
+    , frameSize(size) {
+    this->input.SetRecursionLimit(maximumMessageDepth);
+}
+
+void FrameReader::readHead(v1::Frame& frame) {
+    frame.Clear();
+    if (frameSize > maximumFrameSize) {
+        throw ProtocolError(tooLong(frameSize));
+    }
+    input.PushLimit(static_cast<int>(frameSize));
+    for (std::uint32_t tag = input.ReadTag(); tag != dataTag; tag = input.ReadTag()) {
+        if (tag == 0) {
+            if (input.BytesUntilLimit() != 0 || !input.ConsumedEntireMessage()) {
+                throw malformed();
+            }
+            return;
+        }
+        if (!readField(frame, tag)) {
+            throw malformed();
+        }
+    }
+    if (!readDataSize()) {
+        throw malformed();
+    }
+}
+
+void FrameReader::readData(char* destination, std::size_t size) {
+    if (!tryReadData(destination, size)) {
+        throw malformed();
+    }
+}
+
+bool FrameReader::tryReadData(char* destination, std::size_t size) noexcept {
+    assert(size <= remaining);
+    if (!input.ReadRaw(destination, static_cast<int>(size))) {
+        return false;
+    }
+    remaining -= size;
+    return true;
+}
+
+void FrameReader::skipData() {
+    if (!input.Skip(static_cast<int>(std::exchange(remaining, 0)))) {
+        throw malformed();
+    }
+}
+
+bool FrameReader::readField(v1::Frame& frame, std::uint32_t tag) {
+    const int field = static_cast<int>(tag >> wireTypeBits);
+    if (tag == tagOf(field, WireType::length)) {
+        if (google::protobuf::Message* const body = bodyOf(frame, field)) {
+            return readMessage(*body);
+        }
+    }
+    return skipField(tag);
+}
+
+bool FrameReader::readMessage(google::protobuf::Message& message) {
+    int size = 0;
+    // A limit beyond the one that holds would be cut to it in silence.
+    if (!input.ReadVarintSizeAsInt(&size) || size > input.BytesUntilLimit()) {
+        return false;
+    }
+    const CodedInputStream::Limit outer = input.PushLimit(size);
+    const bool read = message.MergePartialFromCodedStream(&input) &&
+                      input.ConsumedEntireMessage() && input.BytesUntilLimit() == 0;
+    input.PopLimit(outer);
+    return read;
+}
+
+bool FrameReader::readDataSize() {
+    int size = 0;
+    if (!input.ReadVarintSizeAsInt(&size) || size != input.BytesUntilLimit()) {
+        return false;
+    }
+    remaining = static_cast<std::size_t>(size);
+    return true;
+}
+
+bool FrameReader::skipField(std::uint32_t tag) {
+    const std::uint32_t field = tag >> wireTypeBits;
+    int size = 0;
+    std::uint64_t number = 0;
+    switch (static_cast<WireType>(tag & ((1U << wireTypeBits) - 1))) {
+    case WireType::varint:
+        return field != 0 && input.ReadVarint64(&number);
+    case WireType::fixed64:
+        return field != 0 && input.Skip(8);
+    case WireType::length:
+        return field != 0 && input.ReadVarintSizeAsInt(&size) && input.Skip(size);
+    case WireType::fixed32:
+        return field != 0 && input.Skip(4);
+    default:
+        return false; // groups, which the protocol has never had, and nonsense
+    }
+}
+
+} // namespace agent::orvi::remoting::details
