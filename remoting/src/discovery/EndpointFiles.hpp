@@ -2,7 +2,9 @@
 
 #include "discovery/Descriptor.hpp"
 
+#include <cstddef>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -23,12 +25,19 @@ inline constexpr std::string_view lockSuffix = ".lock";
 inline constexpr std::string_view socketSuffix = ".sock";
 inline constexpr std::string_view newSocketSuffix = ".new";
 
+/// The most characters that an endpoint's id may have, so that the names of its files fit.
+inline constexpr std::size_t longestEndpointId = 40;
+
 /// Whether somebody stands behind the files of a name.
 enum class Owner {
-    alive,  ///< A process holds the lock, or this process has said that the name is its own.
-    dead,   ///< The lock is there, and nobody holds it.
-    unknown ///< There is no lock, or something else in its place.
+    alive, ///< A process holds the lock, or this one has said that the name is its own. Also: it
+           ///< cannot be told.
+    dead,  ///< The lock is there, and nobody holds it.
+    none   ///< There is no lock.
 };
+
+/// Say whether a text can be an endpoint's id: letters, digits, "-" and "_", and not too many.
+bool isEndpointId(std::string_view text) noexcept;
 
 /// Return the endpoint's name of a file's name, or nothing when it is no file of an endpoint.
 std::optional<std::string> nameOf(std::string_view fileName);
@@ -39,16 +48,22 @@ std::string_view endpointIdOf(std::string_view name) noexcept;
 /// Make a name that no other endpoint has.
 std::string makeName(const std::string& endpointId);
 
+/// Return the names that have files in a directory; none when it cannot be read.
+std::set<std::string> namesIn(const Descriptor& directory);
+
 /// Say who stands behind the files of a name. Disturbs nobody.
-Owner ownerOf(int directory, const std::string& name) noexcept;
+Owner ownerOf(int directory, const std::string& name);
 
 /// Say whether there is a socket of this user's under that name.
-bool hasSocket(int directory, const std::string& name) noexcept;
+bool hasSocket(int directory, const std::string& name);
 
 /// Remove the files of a name if its owner is dead.
 ///
 /// @return whether this call has removed them.
-bool removeIfDead(int directory, const std::string& name) noexcept;
+bool removeIfDead(int directory, const std::string& name);
+
+/// Say whether an open regular file is the one that has a name in a directory.
+bool isFile(int directory, const std::string& fileName, int descriptor) noexcept;
 
 /// A name that is this process's own while this object lives.
 ///

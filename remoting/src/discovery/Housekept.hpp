@@ -7,6 +7,15 @@
 
 namespace agent::orvi::remoting::details {
 
+/// Call back, and drop what is thrown: whoever calls back has to go on.
+template <class Callback, class... Arguments>
+void callBack(const Callback& callback, Arguments&&... arguments) noexcept {
+    try {
+        callback(std::forward<Arguments>(arguments)...);
+    } catch (...) {
+    }
+}
+
 /// Owns an object whose handlers run on the housekeeping thread.
 ///
 /// The handlers share the object. At the end it is closed on the housekeeping thread: none of its

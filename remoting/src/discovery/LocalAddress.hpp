@@ -76,9 +76,7 @@ struct LocalPeer {
 LocalPeer connectLocal(const std::filesystem::path& path);
 
 /// Return the process that has connected, or listened, at the other end of a connection; 0 when it
-/// is in a place that this one cannot see.
-///
-/// @throws std::system_error when the descriptor is not of a local socket.
+/// is in a place that this one cannot see, or when the socket is of another kind.
 pid_t peerProcess(int descriptor);
 
 } // namespace agent::orvi::remoting::details

@@ -44,8 +44,7 @@ ProcessWatch watchProcess(Housekeeper& housekeeper, pid_t process, std::function
 /// The same for the process at the other end of a local socket. On newer kernels, unlike with the
 /// process's number, this cannot mean a later process that got the same number.
 ///
-/// @throws std::system_error when the descriptor is not of a local socket, or when there are no
-///         descriptors left.
+/// @throws std::system_error when there are no descriptors left.
 ProcessWatch
 watchPeerProcess(Housekeeper& housekeeper, int descriptor, std::function<void()> ended);
 

@@ -1,0 +1,124 @@
+#include "discovery/Housekeeper.hpp"
+
+#include "discovery/BlockedSignals.hpp"
+
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/system/system_error.hpp>
+
+#include <condition_variable>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <pthread.h>
+#include <unistd.h>
+
+namespace agent::orvi::remoting::details {
+
+struct Housekeeper::Impl {
+    void run() noexcept {
+        pthread_setname_np(pthread_self(), "orvi-housekeep");
+        for (bool stopped = false; !stopped;) {
+            try {
+                context.run();
+                stopped = true;
+            } catch (...) {
+                // A handler's own trouble; those of others have to run all the same.
+            }
+        }
+        const std::lock_guard lock(mutex);
+        ended = true;
+        changed.notify_all();
+    }
+
+    bool isThisThread() { return context.get_executor().running_in_this_thread(); }
+
+    const pid_t process = ::getpid();
+    boost::asio::io_context context{1};
+    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{
+        context.get_executor()};
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool ended = false; // guarded by mutex
+    std::mutex joining;
+    std::thread thread; // guarded by joining
+};
+
+Housekeeper::Housekeeper() try
+    : impl(std::make_shared<Impl>()) {
+    const BlockedSignals inTheThread;
+    impl->thread = std::thread([kept = impl] { kept->run(); });
+
+} catch (const boost::system::system_error& error) {
+
+    throw std::system_error(error.code().value(), std::generic_category(), "Housekeeping thread");
+}
+
+Housekeeper::~Housekeeper() {
+    if (isOfThisProcess()) {
+        stop();
+    } else {
+        leaveToParent(std::move(impl));
+    }
+}
+
+boost::asio::io_context& Housekeeper::context() noexcept {
+    return impl->context;
+}
+
+void Housekeeper::stop() noexcept {
+    if (!isOfThisProcess()) {
+        return;
+    }
+    impl->context.stop();
+    if (!impl->isThisThread()) {
+        const std::lock_guard lock(impl->joining);
+        if (impl->thread.joinable()) {
+            impl->thread.join();
+        }
+    } else if (const std::unique_lock lock(impl->joining, std::try_to_lock); lock) {
+        if (impl->thread.joinable()) {
+            impl->thread.detach();
+        }
+    }
+}
+
+void Housekeeper::runAndWait(const std::function<void()>& task) {
+    if (!isOfThisProcess()) {
+        return;
+    }
+    if (impl->isThisThread()) {
+        task();
+        return;
+    }
+    bool done = false; // guarded by impl->mutex
+    boost::asio::post(impl->context, [this, &task, &done] {
+        task();
+        const std::lock_guard lock(impl->mutex);
+        done = true;
+        impl->changed.notify_all();
+    });
+    {
+        std::unique_lock lock(impl->mutex);
+        impl->changed.wait(lock, [&] { return done || impl->ended; });
+    }
+    if (!done) {
+        task();
+    }
+}
+
+bool Housekeeper::isOfThisProcess() const noexcept {
+    return impl->process == ::getpid();
+}
+
+void Housekeeper::leaveToParent(std::shared_ptr<void> object) {
+    static std::mutex& mutex = *new std::mutex;
+    static std::vector<std::shared_ptr<void>>& left = *new std::vector<std::shared_ptr<void>>;
+    const std::lock_guard lock(mutex);
+    left.push_back(std::move(object));
+}
+
+} // namespace agent::orvi::remoting::details
