@@ -257,7 +257,7 @@ void FrameworkCore::stopAbandoned() {
     runShutdownFunction();
 }
 
-void FrameworkCore::runShutdownFunction() {
+void FrameworkCore::runShutdownFunction() const {
     auto const function = property(Constants::FRAMEWORK_EXTRA_SHUTDOWN_FUNC);
     if (!function.Empty()) {
         any_cast<std::function<void()>>(function)();

@@ -110,7 +110,7 @@ private:
     void openHooks();
     void shutDown();
     void join();
-    void runShutdownFunction();
+    void runShutdownFunction() const;
 
     bool isStopped() const {
         return state_ == Bundle::STATE_INSTALLED || state_ == Bundle::STATE_RESOLVED;

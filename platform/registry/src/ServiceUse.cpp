@@ -198,8 +198,8 @@ void releaseShared(Registration& registration) {
 
 /// One use of a service object; ends it when destroyed.
 struct Use {
-    Use(ServiceReferenceBase r, InterfaceMapConstPtr i, bool f)
-        : reference(std::move(r))
+    Use(ServiceReferenceBase const& r, InterfaceMapConstPtr i, bool f)
+        : reference(r)
         , interfaces(std::move(i))
         , fresh(f) {}
 
