@@ -1,25 +1,16 @@
 #include "wire/InterfaceCodec.hpp"
 
 #include "wire/PayloadTypes.hpp"
-#include "wire/Utf8.hpp"
 
 #include <orvi/remoting/Errors.hpp>
 
 #include <set>
-#include <stdexcept>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 namespace agent::orvi::remoting::details {
 namespace {
-
-const std::string& checkedName(const std::string& name) {
-    if (!isUtf8(name)) {
-        throw std::invalid_argument("A name in the description of a service is not UTF-8.");
-    }
-    return name;
-}
 
 v1::Method::Marker wireMarker(std::optional<core::DataMarker> marker) {
     if (!marker) {
@@ -40,7 +31,7 @@ std::optional<core::DataMarker> markerFrom(v1::Method::Marker marker) {
 }
 
 void encodeMethod(const core::ExportedFunction& function, v1::Method& method) {
-    method.set_name(checkedName(function.name()));
+    method.set_name(function.name());
     method.set_result(wireType(function.resultType()));
     for (const std::uint64_t type : function.argumentTypes()) {
         method.add_arguments(wireType(type));
@@ -87,12 +78,12 @@ void checkNames(const v1::Interface& description) {
 
 v1::Interface encodeInterface(const core::ServiceInterface& serviceInterface) {
     v1::Interface description;
-    description.set_name(checkedName(serviceInterface.name()));
+    description.set_name(serviceInterface.name());
     description.set_major(serviceInterface.version().major());
     description.set_minor(serviceInterface.version().minor());
     for (const auto& [key, value] : serviceInterface.metadata()) {
         v1::Entry& entry = *description.add_metadata();
-        entry.set_key(checkedName(key));
+        entry.set_key(key);
         entry.set_value(value);
     }
     for (const core::ExportedFunction& function : serviceInterface.methods()) {

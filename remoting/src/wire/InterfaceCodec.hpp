@@ -14,8 +14,6 @@ using MakeFunction = std::function<core::PayloadFunction(const std::string& meth
 
 /// Describe a service's interface for a peer. Types of arguments and results that do not travel are
 /// described as such.
-///
-/// @throws std::invalid_argument when a name or key is not UTF-8.
 v1::Interface encodeInterface(const core::ServiceInterface& serviceInterface);
 
 /// Return the interface that a peer has described.

@@ -1,6 +1,5 @@
 #include "wire/ErrorCodec.hpp"
 #include "wire/PayloadCodec.hpp"
-#include "wire/Utf8.hpp"
 
 #include <orvi/remoting/Errors.hpp>
 
@@ -100,9 +99,6 @@ GenericPayload resolved(GenericPayload&& payload) {
 
 OutgoingMessage
 OutgoingMessage::request(const std::string& method, bool oneWay, GenericPayload&& arguments) {
-    if (!isUtf8(method)) {
-        throw std::invalid_argument("The name of the method is not UTF-8.");
-    }
     v1::Frame frame;
     v1::Request& request = *frame.mutable_request();
     request.set_method(method);

@@ -28,7 +28,6 @@ public:
     /// @throws UnsupportedType when a slot's type does not travel; the text names the slot.
     /// @throws std::length_error when there are more slots than `maximumSlots` or the method's name
     ///         does not fit a frame.
-    /// @throws std::invalid_argument when the method's name is not UTF-8.
     static OutgoingMessage
     request(const std::string& method, bool oneWay, core::GenericPayload&& arguments);
 

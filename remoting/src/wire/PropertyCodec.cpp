@@ -1,7 +1,6 @@
 #include "wire/PropertyCodec.hpp"
 
 #include "wire/FrameLimits.hpp"
-#include "wire/Utf8.hpp"
 
 #include <orvi/remoting/Errors.hpp>
 
@@ -50,8 +49,7 @@ bool encodeMap(const AnyMap& map, int levels, v1::ValueMap& encoded) {
     return levels > 0 && std::all_of(map.begin(), map.end(), [&](const auto& entry) {
                v1::Property& property = *encoded.add_entries();
                property.set_key(entry.first);
-               return isUtf8(entry.first) &&
-                      encodeValue(entry.second, levels - 1, *property.mutable_value());
+               return encodeValue(entry.second, levels - 1, *property.mutable_value());
            });
 }
 
@@ -198,7 +196,7 @@ void encodeProperties(v1::Offer& offer, const Properties& properties) {
     for (const auto& [key, value] : properties) {
         v1::Property& property = *offer.add_properties();
         property.set_key(key);
-        if (!isUtf8(key) || !encodeValue(value, maximumNesting, *property.mutable_value())) {
+        if (!encodeValue(value, maximumNesting, *property.mutable_value())) {
             offer.mutable_properties()->RemoveLast();
             continue;
         }

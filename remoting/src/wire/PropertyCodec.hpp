@@ -17,11 +17,11 @@ using Properties = std::vector<std::pair<std::string, cppmicroservices::Any>>;
 ///
 /// Texts, flags, signed and unsigned `int`, `long` and `long long`, `double`, lists of texts, lists
 /// and maps of these travel; `long long` arrives as `long`, its unsigned form likewise. A property
-/// that is of another type or holds one, that is nested deeper than `maximumNesting` or whose
-/// keys are not UTF-8 is left out as a whole.
+/// that is, or holds, anything else or is nested deeper than `maximumNesting` is left out as a
+/// whole.
 ///
 /// @throws std::length_error when the offer does not fit a frame; what it holds then is
-/// unspecified.
+///         unspecified.
 void encodeProperties(v1::Offer& offer, const Properties& properties);
 
 /// Return the properties of an offer, in its order. Those with values that this side does not know
