@@ -9,26 +9,28 @@ ConfigurationEntry::ConfigurationEntry(
     : directory(directory)
     , description(std::move(description)) {
     for (const ServicePublisher& publisher : this->description.publishers) {
+        const bool everywhere = publisher.connections.contains("connectToAllEndpoints");
         for (const PublishedInterface& published : publisher.interfaces) {
-            interfaceNames.insert(published.name);
+            interfaces[published.name] |= everywhere;
         }
     }
-    auto next = interfaceNames.begin();
+    auto next = interfaces.begin();
     try {
-        for (; next != interfaceNames.end(); ++next) {
-            directory.configure(*next);
+        for (; next != interfaces.end(); ++next) {
+            directory.configure(next->first, next->second);
         }
     } catch (...) {
-        while (next != interfaceNames.begin()) {
-            directory.unconfigure(*--next);
+        while (next != interfaces.begin()) {
+            --next;
+            directory.unconfigure(next->first, next->second);
         }
         throw;
     }
 }
 
 ConfigurationEntry::~ConfigurationEntry() {
-    for (const std::string& name : interfaceNames) {
-        directory.unconfigure(name);
+    for (const auto& [name, everywhere] : interfaces) {
+        directory.unconfigure(name, everywhere);
     }
 }
 

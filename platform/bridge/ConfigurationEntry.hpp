@@ -4,6 +4,7 @@
 
 #include <boost/property_tree/ptree.hpp>
 
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -53,7 +54,7 @@ public:
 private:
     core::detail::InterfaceDirectory& directory;
     ConfigurationDescription description;
-    std::set<std::string> interfaceNames;
+    std::map<std::string, bool> interfaces; // by name: whether other processes may reach it
 };
 
 } // namespace agent::orvi::frameworksetup

@@ -1,3 +1,4 @@
+#include <orvi/core/Connectable.hpp>
 #include <orvi/core/InvocationErrors.hpp>
 #include <orvi/core/Invokable.hpp>
 #include <orvi/core/ServiceProvider.hpp>
@@ -5,6 +6,7 @@
 namespace agent::orvi::core {
 
 // Out of line, so that the types' run-time information exists once, in this library.
+Connectable::~Connectable() = default;
 Invokable::~Invokable() = default;
 ServiceProvider::~ServiceProvider() = default;
 ServiceUnavailable::~ServiceUnavailable() = default;

@@ -5,13 +5,18 @@
 #include <cppmicroservices/ServiceProperties.h>
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 namespace agent::orvi::core::detail {
 namespace {
 
-cppmicroservices::ServiceProperties registrationProperties(const ServiceInterface& description) {
+cppmicroservices::ServiceProperties
+registrationProperties(const ServiceInterface& description, bool exported) {
     cppmicroservices::ServiceProperties properties;
+    if (exported) {
+        properties["service.exported.interfaces"] = std::string("*");
+    }
     properties["orvi.servicename"] = description.name();
     for (const auto& [key, value] : description.metadata()) {
         properties["orvi.serviceproperty." + key] = value;
@@ -89,23 +94,27 @@ void InterfaceDirectory::withdraw(
     }
 }
 
-void InterfaceDirectory::configure(const std::string& name) {
+void InterfaceDirectory::configure(const std::string& name, bool everywhere) {
     {
         const std::lock_guard lock(mutex);
-        ++entries[name].configurations;
+        Entry& entry = entries[name];
+        ++entry.configurations;
+        entry.exports += everywhere ? 1 : 0;
     }
     try {
         publish(name, {});
+        showExports(name);
     } catch (...) {
-        unconfigure(name);
+        unconfigure(name, everywhere);
         throw;
     }
 }
 
-void InterfaceDirectory::unconfigure(const std::string& name) noexcept {
+void InterfaceDirectory::unconfigure(const std::string& name, bool everywhere) noexcept {
     {
         const std::lock_guard lock(mutex);
         const auto entry = entries.find(name);
+        entry->second.exports -= everywhere ? 1 : 0;
         if (--entry->second.configurations == 0) {
             for (const auto& publication : entry->second.publications) {
                 publication->withdrawn = true;
@@ -115,6 +124,65 @@ void InterfaceDirectory::unconfigure(const std::string& name) noexcept {
     }
     // Also waits for what others are closing: it may be what this configuration was made for.
     closeWithdrawn(name, {});
+    try {
+        showExports(name);
+    } catch (...) {
+        // A framework that has stopped has dropped the service already.
+    }
+}
+
+bool InterfaceDirectory::isExported(const std::string& name) const {
+    const auto entry = entries.find(name);
+    return entry != entries.end() && entry->second.exports > 0;
+}
+
+/// Let the services of a name say whether they are for other processes, too.
+void InterfaceDirectory::showExports(const std::string& name) {
+    std::vector<std::shared_ptr<Publication>> different;
+    {
+        const std::lock_guard lock(mutex);
+        const auto entry = entries.find(name);
+        if (entry == entries.end()) {
+            return;
+        }
+        for (const auto& publication : entry->second.publications) {
+            if (publication->shownAsExported != isExported(name)) {
+                different.push_back(publication);
+            }
+        }
+    }
+    for (const auto& publication : different) {
+        showExport(publication);
+    }
+}
+
+void InterfaceDirectory::showExport(const std::shared_ptr<Publication>& publication) {
+    const CallGate::Call call(*publication);
+    if (!call) {
+        return;
+    }
+    std::unique_lock lock(mutex);
+    // One thread at a time, or the last one to arrive at the registry might be the wrong one.
+    while (!publication->showing && !publication->withdrawn && publication->registration &&
+           publication->shownAsExported != isExported(publication->name())) {
+        const bool exported = !publication->shownAsExported;
+        auto registration = publication->registration;
+        publication->showing = true;
+        lock.unlock();
+        std::exception_ptr error;
+        try {
+            registration.SetProperties(
+                registrationProperties(publication->offer().description, exported));
+        } catch (...) {
+            error = std::current_exception();
+        }
+        lock.lock();
+        publication->showing = false;
+        publication->shownAsExported = exported;
+        if (error && !publication->withdrawn) {
+            std::rethrow_exception(error);
+        }
+    }
 }
 
 /// Add a publication of the first offer that should have one and has none.
@@ -165,19 +233,29 @@ void InterfaceDirectory::registerService(const std::shared_ptr<Publication>& pub
             return;
         }
         context = publication->offer().context;
-        properties = registrationProperties(publication->offer().description);
+        {
+            const std::lock_guard lock(mutex);
+            publication->shownAsExported = isExported(publication->name());
+        }
+        properties =
+            registrationProperties(publication->offer().description, publication->shownAsExported);
         service = std::make_shared<LocalInvokable>(publication);
     }
     auto registration = context.RegisterService<Invokable>(service, properties);
+    bool withdrawn = false;
     {
         const std::lock_guard lock(mutex);
-        if (!publication->withdrawn) {
-            publication->registration = std::move(registration);
-            return;
+        withdrawn = publication->withdrawn;
+        if (!withdrawn) {
+            publication->registration = registration;
         }
     }
-    // Whoever withdrew it meanwhile found no registration to end.
-    unregister(registration);
+    if (withdrawn) {
+        // Whoever withdrew it found no registration to end.
+        unregister(registration);
+    } else {
+        showExport(publication);
+    }
 }
 
 void InterfaceDirectory::closeWithdrawn(const std::string& name, Range offers) noexcept {

@@ -52,17 +52,21 @@ public:
 
     /// Count one more configuration that names an interface and publish what is offered under that
     /// name. What the registry throws passes unchanged; the configuration does not count then.
-    void configure(const std::string& name);
+    ///
+    /// @param everywhere the interface is for other processes, too: its services have the property
+    ///        "service.exported.interfaces" while one configuration says so.
+    void configure(const std::string& name, bool everywhere);
 
-    /// Count one configuration less. After the last, none of the interface's methods runs any more
+    /// Count one configuration less, which was given with the same arguments. After the last, none of the interface's methods runs any more
     /// when this returns; see CallGate::close.
-    void unconfigure(const std::string& name) noexcept;
+    void unconfigure(const std::string& name, bool everywhere) noexcept;
 
 private:
     friend class Publication;
 
     struct Entry {
         std::size_t configurations = 0;
+        std::size_t exports = 0; // configurations for other processes, too
         std::vector<std::shared_ptr<const Offer>> offers;     // in order of their numbers
         std::list<std::shared_ptr<Publication>> publications; // until their last calls have ended
     };
@@ -77,6 +81,9 @@ private:
 
     std::shared_ptr<Publication> addNextPublication(const std::string& name, Range offers);
     void publish(const std::string& name, Range offers);
+    void showExports(const std::string& name);
+    void showExport(const std::shared_ptr<Publication>& publication);
+    bool isExported(const std::string& name) const;
     void registerService(const std::shared_ptr<Publication>& publication);
     void closeWithdrawn(const std::string& name, Range offers) noexcept;
     void forget(const Publication& publication) noexcept;

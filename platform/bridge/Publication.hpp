@@ -56,6 +56,8 @@ private:
 
     // The directory's, under its lock:
     bool withdrawn = false;
+    bool shownAsExported = false; // by the registration's properties
+    bool showing = false;         // a thread is changing them
     cppmicroservices::ServiceRegistration<Invokable> registration;
 };
 

@@ -2,6 +2,7 @@
 #include "streambuf/StreamBufferImpl.hpp"
 
 #include <foundation/cppmicroservices/getFramework.hpp>
+#include <orvi/core/Connectable.hpp>
 #include <orvi/core/Invokable.hpp>
 
 #include <cppmicroservices/BundleContext.h>
@@ -37,6 +38,12 @@ std::uint64_t parseBufferSize(const std::string& text) {
     }
 }
 
+/// Return the service object for one stream buffer alone, where the service tells its clients apart.
+std::shared_ptr<core::Invokable> connect(const std::shared_ptr<core::Invokable>& service) {
+    auto* const connectable = dynamic_cast<core::Connectable*>(service.get());
+    return connectable != nullptr ? connectable->connect() : service;
+}
+
 } // namespace
 
 StreamBuffer makeDevice(const boost::uuids::uuid& uuid, CloseFunction close) {
@@ -52,13 +59,14 @@ StreamBuffer makeDevice(const boost::uuids::uuid& uuid, CloseFunction close) {
     const auto tracker =
         std::make_unique<cppmicroservices::ServiceTracker<core::Invokable>>(context, filter);
     tracker->Open();
-    const std::shared_ptr<core::Invokable> service = tracker->WaitForService(lookUpTime);
-    if (!service) {
+    const std::shared_ptr<core::Invokable> found = tracker->WaitForService(lookUpTime);
+    if (!found) {
         throw std::runtime_error(
             "Stream Buffer with orviStreambuf_" + id + " streamId was not found.");
     }
 
     const auto reference = tracker->GetServiceReference();
+    const std::shared_ptr<core::Invokable> service = connect(found);
     const std::string bufferSize = textProperty(reference, "orvi.serviceproperty.bufferSize");
     if (textProperty(reference, "orvi.serviceproperty.hasRead") == "true") {
         read = details::remoteRead(service);

@@ -1,8 +1,12 @@
 #pragma once
 
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -47,43 +51,58 @@ struct StreamEnd {
 
 /// Receives the events of a stream.
 ///
-/// Called from any thread, one call at a time for each stream; never from inside of a member
-/// function of the stream. What it does must be short and must not wait: everybody else's events
-/// wait meanwhile.
+/// Called from any thread, one call at a time. What it does must be short and must not wait:
+/// everybody else's events wait meanwhile.
 class StreamEvents {
 public:
     /// A frame has come, which was asked for with `Stream::receive`. It is valid during the call.
+    /// An exception ends the stream as a protocol error with its text.
     virtual void received(google::protobuf::io::ZeroCopyInputStream& frame, std::size_t size) = 0;
 
     /// The frame that was given to `Stream::send` is on its way; the next one may follow.
     virtual void sent() = 0;
 
-    /// The stream is over. This is the last event; nothing of the stream uses this object any more.
+    /// The stream is over. This is the last event.
     virtual void ended(const StreamEnd& end) = 0;
 
-protected:
-    ~StreamEvents() = default;
+    virtual ~StreamEvents() = default;
 };
 
 /// A bidirectional stream of frames. What is sent is received whole and in order, or not at all.
 ///
-/// Thread safety: thread-safe.
+/// It lives until it has ended, and keeps its events until then. Thread safety: thread-safe.
 class Stream {
 public:
-    /// Send a frame; `sent` or `ended` follows. One at a time.
+    /// Send a frame; `sent` or `ended` follows. One at a time. Does nothing on a stream that is
+    /// over.
     virtual void send(OutgoingFrame frame) = 0;
 
-    /// Ask for the next frame; `received` or `ended` follows. One at a time.
+    /// Ask for the next frame; `received` or `ended` follows. One at a time. Does nothing on a
+    /// stream that is over.
     virtual void receive() = 0;
 
-    /// End the stream once what was sent has gone: with `finished` nothing is wrong, anything else
-    /// tells the peer why. At most one call; nothing may be sent after it.
+    /// End the stream from the exporting side, once what was sent has gone, and tell the importing
+    /// side why. `ended` follows. Nothing may be sent after it.
     virtual void finish(const StreamEnd& end) = 0;
 
-    /// End the stream at once; what was sent may be lost. `ended` follows, unless it was before.
+    /// End the stream at once; what was sent may be lost. `ended` follows with this end, unless the
+    /// stream was over before.
     virtual void cancel(const StreamEnd& end) = 0;
 
     virtual ~Stream() = default;
+};
+
+/// What a thread waits for; see `Executor::wait`.
+class Wait {
+public:
+    /// Say whether `Executor::finish` has been called.
+    bool isOver() const noexcept { return over.load(std::memory_order_acquire); }
+
+private:
+    friend class Executor;
+
+    std::atomic<bool> over{false};
+    std::condition_variable wake;
 };
 
 /// Runs what events have prepared, and lets threads wait for events by handling them.
@@ -92,24 +111,54 @@ public:
 class Executor {
 public:
     using Task = std::function<void()>;
+    using TimePoint = std::chrono::system_clock::time_point;
 
-    /// What a thread waits for.
-    class Wait;
+    /// Run a task on one of the executor's threads: on the one that calls this from an event, after
+    /// the event, where that is possible. Tasks may wait.
+    virtual void post(Task task) = 0;
 
-    /// Run a task on one of the executor's threads: on this one, after the event that it handles,
-    /// where that is possible. `origin` names who it is for; tasks of one origin that follow each
-    /// other closely are likely to stay on one thread.
-    virtual void post(Task task, const void* origin) = 0;
+    /// Wait until `finish` has been called, handling whatever events come meanwhile.
+    ///
+    /// @return whether it was called before the time limit.
+    virtual bool wait(Wait& wait, std::optional<TimePoint> timeLimit) = 0;
+
+    /// End a wait.
+    virtual void finish(Wait& wait) = 0;
 
     virtual ~Executor() = default;
-};
 
-/// What the exporting side knows of the peer of a stream.
-struct PeerIdentity {
-    std::vector<std::string> names; ///< In the forms of AccessRule::identity.
-    std::string connection;         ///< Names the connection: equal for its streams.
+protected:
+    // For implementations, under a lock of theirs.
+    static void setOver(Wait& wait) { wait.over.store(true, std::memory_order_release); }
+
+    static std::condition_variable& wakeOf(Wait& wait) { return wait.wake; }
 };
 
 enum class StreamKind { control, call };
+
+/// An importer's connection to one endpoint.
+///
+/// Thread safety: thread-safe.
+class Connection {
+public:
+    /// Open a stream. Whether that works shows in its first event.
+    virtual std::shared_ptr<Stream> open(StreamKind kind, std::shared_ptr<StreamEvents> events) = 0;
+
+    /// End all streams and refuse new ones: they end at once with the end given here.
+    virtual void close(const StreamEnd& end) = 0;
+
+    virtual ~Connection() = default;
+};
+
+/// Who is on the other side of a stream of an endpoint: its names in the forms of
+/// AccessRule::identity.
+using PeerNames = std::vector<std::string>;
+
+/// What an endpoint does with a stream that a peer opens.
+///
+/// It is called as an event is, and must call `Stream::receive` to hear something. Returns where
+/// the stream's events go.
+using AcceptStream = std::function<std::shared_ptr<StreamEvents>(
+    StreamKind kind, std::shared_ptr<Stream> stream, PeerNames peer)>;
 
 } // namespace agent::orvi::remoting::details

@@ -12,7 +12,6 @@
 namespace agent::orvi::remoting::details {
 namespace {
 
-using google::protobuf::io::CodedInputStream;
 using google::protobuf::io::CodedOutputStream;
 
 /// How the encoding of a field goes on after its tag.
@@ -103,21 +102,19 @@ std::size_t dataRoom(std::size_t headSize) noexcept {
     return varintSize(fitting + 1) + fitting + 1 <= room ? fitting + 1 : fitting;
 }
 
-FrameReader::FrameReader(google::protobuf::io::ZeroCopyInputStream& input, std::size_t size)
-    : input(&input)
-    , frameSize(size) {
-    this->input.SetRecursionLimit(maximumMessageDepth);
-}
+FrameReader::FrameReader(google::protobuf::io::ZeroCopyInputStream& source, std::size_t size)
+    : source(source)
+    , unread(size) {}
 
 void FrameReader::readHead(v1::Frame& frame) {
     frame.Clear();
-    if (frameSize > maximumFrameSize) {
-        throw ProtocolError(tooLong(frameSize));
+    if (unread > maximumFrameSize) {
+        throw ProtocolError(tooLong(unread));
     }
-    input.PushLimit(static_cast<int>(frameSize));
-    for (std::uint32_t tag = input.ReadTag(); tag != dataTag; tag = input.ReadTag()) {
+    resume();
+    for (std::uint32_t tag = input->ReadTag(); tag != dataTag; tag = input->ReadTag()) {
         if (tag == 0) {
-            if (input.BytesUntilLimit() != 0 || !input.ConsumedEntireMessage()) {
+            if (input->BytesUntilLimit() != 0 || !input->ConsumedEntireMessage()) {
                 throw malformed();
             }
             return;
@@ -139,7 +136,7 @@ void FrameReader::readData(char* destination, std::size_t size) {
 
 bool FrameReader::tryReadData(char* destination, std::size_t size) noexcept {
     assert(size <= remaining);
-    if (!input.ReadRaw(destination, static_cast<int>(size))) {
+    if (!input->ReadRaw(destination, static_cast<int>(size))) {
         return false;
     }
     remaining -= size;
@@ -147,9 +144,15 @@ bool FrameReader::tryReadData(char* destination, std::size_t size) noexcept {
 }
 
 void FrameReader::skipData() {
-    if (!input.Skip(static_cast<int>(std::exchange(remaining, 0)))) {
+    if (!input->Skip(static_cast<int>(std::exchange(remaining, 0)))) {
         throw malformed();
     }
+}
+
+/// Read on from where the source stands.
+void FrameReader::resume() {
+    input.emplace(&source);
+    input->PushLimit(static_cast<int>(unread));
 }
 
 bool FrameReader::readField(v1::Frame& frame, std::uint32_t tag) {
@@ -164,20 +167,21 @@ bool FrameReader::readField(v1::Frame& frame, std::uint32_t tag) {
 
 bool FrameReader::readMessage(google::protobuf::Message& message) {
     int size = 0;
-    // A limit beyond the one that holds would be cut to it in silence.
-    if (!input.ReadVarintSizeAsInt(&size) || size > input.BytesUntilLimit()) {
+    if (!input->ReadVarintSizeAsInt(&size) || size > input->BytesUntilLimit()) {
         return false;
     }
-    const CodedInputStream::Limit outer = input.PushLimit(size);
-    const bool read = message.MergePartialFromCodedStream(&input) &&
-                      input.ConsumedEntireMessage() && input.BytesUntilLimit() == 0;
-    input.PopLimit(outer);
+    unread = static_cast<std::size_t>(input->BytesUntilLimit() - size);
+    // The message must know where it ends: of a CodedInputStream it does not, and would reserve
+    // memory for texts that are longer than what is left of the frame.
+    input.reset();
+    const bool read = message.MergePartialFromBoundedZeroCopyStream(&source, size);
+    resume();
     return read;
 }
 
 bool FrameReader::readDataSize() {
     int size = 0;
-    if (!input.ReadVarintSizeAsInt(&size) || size != input.BytesUntilLimit()) {
+    if (!input->ReadVarintSizeAsInt(&size) || size != input->BytesUntilLimit()) {
         return false;
     }
     remaining = static_cast<std::size_t>(size);
@@ -190,13 +194,13 @@ bool FrameReader::skipField(std::uint32_t tag) {
     std::uint64_t number = 0;
     switch (static_cast<WireType>(tag & ((1U << wireTypeBits) - 1))) {
     case WireType::varint:
-        return field != 0 && input.ReadVarint64(&number);
+        return field != 0 && input->ReadVarint64(&number);
     case WireType::fixed64:
-        return field != 0 && input.Skip(8);
+        return field != 0 && input->Skip(8);
     case WireType::length:
-        return field != 0 && input.ReadVarintSizeAsInt(&size) && input.Skip(size);
+        return field != 0 && input->ReadVarintSizeAsInt(&size) && input->Skip(size);
     case WireType::fixed32:
-        return field != 0 && input.Skip(4);
+        return field != 0 && input->Skip(4);
     default:
         return false; // groups, which the protocol has never had, and nonsense
     }

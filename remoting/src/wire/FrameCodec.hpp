@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace agent::orvi::remoting::details {
@@ -29,14 +30,14 @@ std::size_t dataRoom(std::size_t headSize) noexcept;
 /// Decodes one frame as it arrives: the head first, then the data, in as many pieces as its
 /// receiver wants.
 ///
-/// It reads at most `size` bytes of the input and must not outlive it. Fields that it does not know
+/// It reads at most `size` bytes of the source and must not outlive it. Fields that it does not know
 /// are ignored. After an exception the frame is of no use.
 ///
 /// Thread safety: single-thread.
 class FrameReader {
 public:
-    /// Read a frame of `size` bytes from the current position of `input`.
-    FrameReader(google::protobuf::io::ZeroCopyInputStream& input, std::size_t size);
+    /// Read a frame of `size` bytes from the current position of `source`.
+    FrameReader(google::protobuf::io::ZeroCopyInputStream& source, std::size_t size);
 
     /// Read everything but the data. Call it first, once.
     ///
@@ -50,7 +51,7 @@ public:
 
     /// Read the next `size` bytes of data straight to where they belong. At most `dataSize`.
     ///
-    /// @throws ProtocolError when the input ends before.
+    /// @throws ProtocolError when the source ends before.
     void readData(char* destination, std::size_t size);
 
     /// As `readData`, for callers that must not throw.
@@ -60,18 +61,20 @@ public:
 
     /// Skip the data that have not been read.
     ///
-    /// @throws ProtocolError when the input ends before.
+    /// @throws ProtocolError when the source ends before.
     void skipData();
 
 private:
+    void resume();
     bool readField(v1::Frame& frame, std::uint32_t tag);
     bool readMessage(google::protobuf::Message& message);
     bool readDataSize();
     bool skipField(std::uint32_t tag);
 
-    google::protobuf::io::CodedInputStream input;
-    std::size_t frameSize;
-    std::size_t remaining = 0;
+    google::protobuf::io::ZeroCopyInputStream& source;
+    std::optional<google::protobuf::io::CodedInputStream> input;
+    std::size_t unread;        // of the frame, when `input` was made
+    std::size_t remaining = 0; // of the data
 };
 
 } // namespace agent::orvi::remoting::details

@@ -24,7 +24,4 @@ constexpr std::size_t maximumErrorType = std::size_t{4} * 1024;
 /// Lists and maps inside of each other in the value of a service property.
 constexpr int maximumNesting = 16;
 
-/// Messages inside of messages: more than an offer with the deepest nesting has.
-constexpr int maximumMessageDepth = 64;
-
 } // namespace agent::orvi::remoting::details

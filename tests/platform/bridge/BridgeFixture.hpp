@@ -20,6 +20,7 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -144,9 +145,11 @@ protected:
     }
 
     /// Put a configuration in force whose one publisher names `interfaces`.
-    Configuration configure(const std::vector<std::string>& interfaces) {
+    Configuration configure(
+        const std::vector<std::string>& interfaces, std::set<std::string> connections = {}) {
         frameworksetup::ConfigurationDescription description;
-        description.publishers.push_back({"publisher", "kind", {}, {}, {}, {}, {}});
+        description.publishers.push_back(
+            {"publisher", "kind", std::move(connections), {}, {}, {}, {}});
         for (const std::string& interface : interfaces) {
             description.publishers.front().interfaces.push_back({"alias", interface, {}});
         }

@@ -78,6 +78,28 @@ TEST_F(ReachabilityTest, PropertiesAreTheNameAndTheMetadata) {
     EXPECT_EQ(text("orvi.serviceproperty.empty"), "");
 }
 
+TEST_F(ReachabilityTest, SaysThatItIsForOtherProcessesWhileAConfigurationSaysSo) {
+    const auto isExported = [&] {
+        const cppmicroservices::Any value =
+            references("service").at(0).GetProperty("service.exported.interfaces");
+        return !value.Empty() && any_cast<std::string>(value) == "*";
+    };
+    const std::set<std::string> everywhere{"connectToAllEndpoints"};
+    const auto provider = provide({makeInterface("service")});
+    const auto local = configure({"service"}, {"somewhere"});
+    EXPECT_FALSE(isExported());
+    auto first = configure({"service"}, everywhere);
+    EXPECT_TRUE(isExported());
+    auto second = configure({"service"}, everywhere);
+    first.reset();
+    EXPECT_TRUE(isExported());
+    const auto younger = provide({makeInterface("service")});
+    EXPECT_FALSE(references("service").at(1).GetProperty("service.exported.interfaces").Empty());
+    second.reset();
+    EXPECT_FALSE(isExported());
+    EXPECT_EQ(references("service").size(), 2U);
+}
+
 TEST_F(ReachabilityTest, OtherInterfacesOfAProviderStayOut) {
     const auto provider =
         provide({makeInterface("first"), makeInterface("second"), makeInterface("third")});

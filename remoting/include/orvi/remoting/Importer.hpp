@@ -42,7 +42,7 @@ struct ImporterOptions {
 struct PeerStatus {
     enum class State { connecting, connected, failed };
 
-    std::string address;  ///< "unix:" and a path, or "host:port".
+    std::string address; ///< "unix:" and a path, or "host:port".
     State state = State::connecting;
     std::string endpoint; ///< The endpoint's name, once connected.
     std::string error;    ///< Why it is not connected, if it failed.

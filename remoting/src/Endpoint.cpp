@@ -1,0 +1,271 @@
+#include <orvi/remoting/Endpoint.hpp>
+
+#include "discovery/HangUpWatch.hpp"
+#include "discovery/Housekeeper.hpp"
+#include "discovery/LocalAddress.hpp"
+#include "discovery/RuntimeDirectory.hpp"
+#include "discovery/TcpListener.hpp"
+#include "exports/CallSession.hpp"
+#include "exports/ControlSession.hpp"
+#include "exports/ExportTable.hpp"
+#include "grpc/GrpcServer.hpp"
+
+#include <foundation/cppmicroservices/getFramework.hpp>
+
+#include <cppmicroservices/Constants.h>
+#include <cppmicroservices/Framework.h>
+
+#include <boost/uuid/random_generator.hpp>
+#include <boost/uuid/uuid_io.hpp>
+
+#include <unistd.h>
+
+#include <map>
+#include <mutex>
+#include <optional>
+#include <stdexcept>
+#include <utility>
+
+namespace agent::orvi::remoting {
+namespace {
+
+using namespace details;
+
+/// How long running calls may go on while an endpoint closes, and what is left for the rest.
+constexpr std::chrono::milliseconds runOutTime{1000};
+constexpr std::chrono::milliseconds farewellTime{300};
+constexpr std::chrono::milliseconds threadEndTime{300};
+
+void check(const EndpointOptions& options) {
+    const auto demand = [](bool holds, const char* text) {
+        if (!holds) {
+            throw std::invalid_argument(text);
+        }
+    };
+    demand(options.threads >= 1, "An endpoint needs at least one thread.");
+    demand(
+        options.keepaliveTime.count() > 0 && options.keepaliveTimeout.count() > 0,
+        "The keepalive times must be positive.");
+    demand(
+        !(options.positionPerConnection && options.callOrder == CallOrder::concurrent),
+        "A position for each connection needs calls one at a time.");
+    demand(
+        options.local || !options.listen.empty(),
+        "An endpoint needs the local directory or an address to listen on.");
+    demand(
+        options.listen.empty() || options.tls || options.plainLoopback,
+        "Listening on TCP needs TLS files, or plainLoopback for loopback addresses.");
+}
+
+std::string frameworkId(const cppmicroservices::BundleContext& context) {
+    return cppmicroservices::any_cast<std::string>(
+        context.GetProperty(cppmicroservices::Constants::FRAMEWORK_UUID));
+}
+
+} // namespace
+
+class Endpoint::Impl : public std::enable_shared_from_this<Endpoint::Impl> {
+public:
+    explicit Impl(const EndpointOptions& options)
+        : limits(options.limits)
+        , endpointId(boost::uuids::to_string(boost::uuids::random_generator()()))
+        , terms(std::make_shared<CallTerms>(options)) {}
+
+    ~Impl() { close(); }
+
+    void open(const EndpointOptions& options) {
+        const auto context = foundation::cppmicroservices::getFramework()->GetBundleContext();
+        name = {frameworkId(context), endpointId};
+        server.emplace(
+            ServerSettings{
+                options.tls,
+                {options.keepaliveTime, options.keepaliveTimeout},
+                options.limits.streams,
+                options.threads,
+                options.reflection},
+            [this](StreamKind kind, std::shared_ptr<Stream> stream, PeerNames peer) {
+                return accept(kind, std::move(stream), std::move(peer));
+            });
+        table = ExportTable::open(context, endpointId, server->executor());
+        listen(options);
+    }
+
+    void close() noexcept {
+        const std::lock_guard lock(closing);
+        if (!server) {
+            return;
+        }
+        using Clock = std::chrono::system_clock;
+        local.reset();
+        tcp.clear();
+        if (table) {
+            table->close();
+        }
+        terms->budget.close();
+        terms->budget.awaitNoCalls(Clock::now() + runOutTime);
+        forEachSession([](CallSession& session) { session.abandon(); });
+        forEachControl([](ControlSession& session) { session.sayGoodbye(); });
+        server->awaitStreams(Clock::now() + farewellTime);
+        server->stop(Clock::now() + threadEndTime);
+        housekeeper.stop();
+        connections.clear();
+    }
+
+    const std::string& id() const noexcept { return endpointId; }
+
+    const std::vector<std::string>& addresses() const noexcept { return usedAddresses; }
+
+private:
+    void listen(const EndpointOptions& options) {
+        const auto reach =
+            options.tls ? TcpListener::Reach::anywhere : TcpListener::Reach::loopback;
+        for (const std::string& address : options.listen) {
+            tcp.push_back(std::make_unique<TcpListener>(
+                housekeeper, address,
+                [this](int socket, const std::string&) { serve(socket, &GrpcServer::serveTcp); },
+                reach));
+            const auto& used = tcp.back()->addresses();
+            usedAddresses.insert(usedAddresses.end(), used.begin(), used.end());
+        }
+        if (options.local) {
+            // Last: who finds the endpoint finds all of it.
+            local = std::make_unique<LocalListener>(
+                housekeeper, RuntimeDirectory(options.runtimeDirectory), endpointId,
+                [this](int socket) { serve(socket, &GrpcServer::serveLocal); });
+            usedAddresses.insert(usedAddresses.begin(), "unix:" + local->path().string());
+        }
+    }
+
+    /// Take a connection, unless there are enough of them. On the housekeeping thread.
+    void serve(int socket, void (GrpcServer::*hand)(int)) {
+        if (connections.size() >= limits.connections) {
+            ::close(socket);
+            return;
+        }
+        try {
+            const std::uint64_t number = ++lastConnection;
+            connections.emplace(number, watchHangUp(housekeeper, socket, [this, number] {
+                                    connections.erase(number);
+                                }));
+        } catch (...) {
+            ::close(socket);
+            return;
+        }
+        ((*server).*hand)(socket);
+    }
+
+    std::shared_ptr<StreamEvents>
+    accept(StreamKind kind, std::shared_ptr<Stream> stream, PeerNames peer) {
+        Executor& executor = server->executor();
+        Stream& opened = *stream;
+        std::shared_ptr<StreamEvents> events;
+        if (kind == StreamKind::control) {
+            auto session = std::make_shared<ControlSession>(
+                std::move(stream), table, name, limits.wantedFilters, executor);
+            remember(controls, session);
+            events = session;
+        } else {
+            auto session = std::make_shared<CallSession>(
+                std::move(stream), std::move(peer), table, terms, executor);
+            remember(calls, session);
+            events = session;
+        }
+        opened.receive();
+        return events;
+    }
+
+    template <class Session>
+    using Sessions = std::map<const void*, std::weak_ptr<Session>>;
+
+    template <class Session>
+    void remember(Sessions<Session>& sessions, const std::shared_ptr<Session>& session) {
+        const std::lock_guard lock(mutex);
+        if (sessions.size() >= 2 * sessionsAtLastSweep + 16) {
+            std::erase_if(sessions, [](const auto& entry) { return entry.second.expired(); });
+            sessionsAtLastSweep = sessions.size();
+        }
+        sessions[session.get()] = session;
+    }
+
+    template <class Session, class Visit>
+    void forEach(Sessions<Session>& sessions, const Visit& visit) {
+        std::vector<std::shared_ptr<Session>> alive;
+        {
+            const std::lock_guard lock(mutex);
+            for (const auto& [address, session] : sessions) {
+                if (auto living = session.lock()) {
+                    alive.push_back(std::move(living));
+                }
+            }
+        }
+        for (const auto& session : alive) {
+            visit(*session);
+        }
+    }
+
+    template <class Visit>
+    void forEachSession(const Visit& visit) {
+        forEach(calls, visit);
+    }
+
+    template <class Visit>
+    void forEachControl(const Visit& visit) {
+        forEach(controls, visit);
+    }
+
+    const EndpointLimits limits;
+    const std::string endpointId;
+    const std::shared_ptr<CallTerms> terms;
+    EndpointName name;
+    std::vector<std::string> usedAddresses;
+
+    std::mutex closing;
+    Housekeeper housekeeper;
+    std::shared_ptr<ExportTable> table;
+    std::optional<GrpcServer> server;
+    std::map<std::uint64_t, HangUpWatch> connections; // the housekeeping thread's
+    std::uint64_t lastConnection = 0;
+    std::unique_ptr<LocalListener> local;
+    std::vector<std::unique_ptr<TcpListener>> tcp;
+
+    std::mutex mutex;
+    std::size_t sessionsAtLastSweep = 0;
+    Sessions<ControlSession> controls;
+    Sessions<CallSession> calls;
+};
+
+Endpoint::Endpoint(const EndpointOptions& options) {
+    check(options);
+    impl = std::make_shared<Impl>(options);
+    impl->open(options);
+}
+
+Endpoint::~Endpoint() {
+    close();
+}
+
+Endpoint::Endpoint(Endpoint&&) noexcept = default;
+
+Endpoint& Endpoint::operator=(Endpoint&& other) noexcept {
+    if (this != &other) {
+        close();
+        impl = std::move(other.impl);
+    }
+    return *this;
+}
+
+void Endpoint::close() noexcept {
+    if (impl) {
+        impl->close();
+    }
+}
+
+const std::string& Endpoint::id() const noexcept {
+    return impl->id();
+}
+
+const std::vector<std::string>& Endpoint::addresses() const noexcept {
+    return impl->addresses();
+}
+
+} // namespace agent::orvi::remoting

@@ -1,0 +1,374 @@
+#include <orvi/remoting/Importer.hpp>
+
+#include "discovery/Housekeeper.hpp"
+#include "discovery/LocalAddress.hpp"
+#include "discovery/LocalPeers.hpp"
+#include "discovery/ProcessWatch.hpp"
+#include "discovery/RuntimeDirectory.hpp"
+#include "discovery/TargetPeers.hpp"
+#include "grpc/ClientConnection.hpp"
+#include "grpc/Credentials.hpp"
+#include "imports/ImportTable.hpp"
+
+#include <foundation/cppmicroservices/getFramework.hpp>
+
+#include <cppmicroservices/Framework.h>
+
+#include <boost/asio/ip/address.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+#include <algorithm>
+#include <map>
+#include <mutex>
+#include <set>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+namespace agent::orvi::remoting {
+namespace {
+
+using namespace details;
+
+constexpr std::size_t importTasks = 4;
+constexpr std::chrono::milliseconds streamEndTime{1000};
+constexpr std::chrono::milliseconds threadEndTime{500};
+
+/// A local endpoint that has been lost while its socket is still there is tried again: at once at
+/// first, then ever more slowly.
+constexpr std::chrono::milliseconds firstRetry{50};
+constexpr std::chrono::milliseconds longestRetry{5000};
+
+void check(const ImporterOptions& options) {
+    const auto demand = [](bool holds, const char* text) {
+        if (!holds) {
+            throw std::invalid_argument(text);
+        }
+    };
+    demand(
+        options.keepaliveTime.count() > 0 && options.keepaliveTimeout.count() > 0,
+        "The keepalive times must be positive.");
+    demand(
+        options.local || !options.targets.empty(),
+        "An importer needs the local directory or a target.");
+    demand(
+        options.targets.empty() || options.tls || options.plainLoopback,
+        "Targets need TLS files, or plainLoopback for loopback addresses.");
+}
+
+bool isLoopback(const TargetAddress& address) {
+    return boost::asio::ip::make_address(address.numeric.host).is_loopback();
+}
+
+/// Write an address as gRPC wants it.
+std::string grpcAddress(const TargetAddress& address) {
+    return (address.numeric.host.find(':') == std::string::npos ? "ipv4:" : "ipv6:") +
+           address.address();
+}
+
+} // namespace
+
+class Importer::Impl : public std::enable_shared_from_this<Importer::Impl> {
+public:
+    explicit Impl(const ImporterOptions& options)
+        : keepalive{options.keepaliveTime, options.keepaliveTimeout}
+        , credentials(options.tls ? clientCredentials(*options.tls) : nullptr) {}
+
+    ~Impl() { close(); }
+
+    void open(const ImporterOptions& options) {
+        const auto context = foundation::cppmicroservices::getFramework()->GetBundleContext();
+        reactor = Reactor::start(std::make_unique<grpc::CompletionQueue>(), importTasks);
+        table = ImportTable::open(
+            context, reactor, [self = weak_from_this()](PeerLink& link, const StreamEnd* end) {
+                if (const auto alive = self.lock()) {
+                    alive->linkChanged(link, end);
+                }
+            });
+        if (!options.targets.empty()) {
+            targets = std::make_unique<TargetPeers>(
+                housekeeper, options.targets,
+                [this](const std::string&, const std::vector<TargetAddress>& addresses) {
+                    for (const TargetAddress& address : addresses) {
+                        connectTarget(address);
+                    }
+                },
+                [this](const std::string& target, const std::string& reason) {
+                    setStatus({target, PeerStatus::State::failed, "", reason});
+                });
+        }
+        if (options.local) {
+            localPeers = std::make_unique<LocalPeers>(
+                housekeeper, RuntimeDirectory(options.runtimeDirectory),
+                [this](const std::filesystem::path& socket) {
+                    present.insert(socket);
+                    connectSocket(socket);
+                },
+                [this](const std::filesystem::path& socket) { socketGone(socket); });
+        }
+    }
+
+    void close() noexcept {
+        const std::lock_guard lock(closing);
+        if (!reactor) {
+            return;
+        }
+        localPeers.reset();
+        targets.reset();
+        housekeeper.runAndWait([this] {
+            closed = true;
+            processes.clear();
+            retries.clear();
+        });
+        using Clock = std::chrono::system_clock;
+        if (table) {
+            table->close({StreamEnd::Kind::disconnected, "The importer has been closed"});
+            table->awaitIdle(Clock::now() + streamEndTime);
+        }
+        for (const auto& connection : takeConnections()) {
+            connection->close({StreamEnd::Kind::disconnected, "The importer has been closed"});
+            connection->awaitStreams(Clock::now() + streamEndTime);
+        }
+        reactor->stop(Clock::now() + threadEndTime);
+        reactor.reset();
+        housekeeper.stop();
+    }
+
+    std::vector<PeerStatus> peers() const {
+        const std::lock_guard lock(mutex);
+        std::vector<PeerStatus> result;
+        for (const auto& [address, status] : statuses) {
+            result.push_back(status);
+        }
+        return result;
+    }
+
+    bool waitUntilSettled(std::chrono::milliseconds time) {
+        const auto limit = std::chrono::system_clock::now() + time;
+        housekeeper.runAndWait([] {}); // the directory has been looked at then
+        return table->awaitSettled(limit, [this] {
+            const auto known = peers();
+            return table->isSettled() &&
+                   std::none_of(known.begin(), known.end(), [](const PeerStatus& peer) {
+                       return peer.state == PeerStatus::State::connecting;
+                   });
+        });
+    }
+
+private:
+    // Members below run on the housekeeping thread unless they say otherwise.
+
+    void connectSocket(const std::filesystem::path& socket) {
+        if (closed || !present.contains(socket)) {
+            return;
+        }
+        const std::string address = "unix:" + socket.string();
+        setStatus({address, PeerStatus::State::connecting, "", ""});
+        try {
+            const LocalPeer peer = connectLocal(socket);
+            auto connection =
+                ClientConnection::local(reactor, peer.descriptor, peer.process, keepalive);
+            // A child that it has forked may hold its sockets open when it has ended.
+            processes[socket] = watchProcess(
+                housekeeper, peer.process, [this, socket, weak = std::weak_ptr(connection)] {
+                    if (const auto alive = weak.lock()) {
+                        alive->close({StreamEnd::Kind::terminated, ""});
+                    }
+                    localPeers->check(socket);
+                });
+            connect(std::move(connection), address);
+        } catch (const std::exception& error) {
+            setStatus({address, PeerStatus::State::failed, "", error.what()});
+            localPeers->check(socket);
+            retrySocket(socket);
+        }
+    }
+
+    void socketGone(const std::filesystem::path& socket) {
+        present.erase(socket);
+        retries.erase(socket);
+        const std::lock_guard lock(mutex);
+        const auto status = statuses.find("unix:" + socket.string());
+        if (status != statuses.end() && status->second.state != PeerStatus::State::connected) {
+            statuses.erase(status);
+        }
+    }
+
+    void retrySocket(const std::filesystem::path& socket) {
+        if (closed || !present.contains(socket)) {
+            return;
+        }
+        Retry& retry = retries.try_emplace(socket, housekeeper.context()).first->second;
+        retry.timer.expires_after(retry.delay);
+        retry.delay = std::min(2 * retry.delay, longestRetry);
+        retry.timer.async_wait([this, socket](const boost::system::error_code& error) {
+            if (!error) {
+                connectSocket(socket);
+            }
+        });
+    }
+
+    void connectTarget(const TargetAddress& address) {
+        const std::string name = address.address();
+        if (closed || targetOfAddress.contains(name)) {
+            return;
+        }
+        if (!credentials && !isLoopback(address)) {
+            setStatus(
+                {name, PeerStatus::State::failed, "",
+                 "Without TLS, only loopback addresses are connected to."});
+            return;
+        }
+        setStatus({name, PeerStatus::State::connecting, "", ""});
+        targetOfAddress[name] = address.target;
+        connect(
+            ClientConnection::tcp(
+                reactor, grpcAddress(address), address.hostName, credentials, keepalive),
+            name);
+    }
+
+    void connect(std::shared_ptr<ClientConnection> connection, const std::string& address) {
+        {
+            const std::lock_guard lock(mutex);
+            std::erase_if(connections, [](const auto& known) { return known.expired(); });
+            connections.push_back(connection);
+        }
+        table->connect(std::move(connection), address);
+    }
+
+    /// Any thread.
+    void linkChanged(PeerLink& link, const StreamEnd* end) {
+        const std::string address = link.address();
+        PeerStatus status{address, PeerStatus::State::connected, link.endpoint(), ""};
+        if (end != nullptr) {
+            status.state = PeerStatus::State::failed;
+            status.error = end->text.empty() ? "The endpoint is gone." : end->text;
+        }
+        boost::asio::post(
+            housekeeper.context(),
+            [weak = weak_from_this(), address, status, lost = end != nullptr,
+             own = end != nullptr && end->kind == StreamEnd::Kind::cancelled] {
+                if (const auto self = weak.lock()) {
+                    self->noteLink(address, status, lost, own);
+                }
+            });
+        setStatus(std::move(status));
+    }
+
+    void noteLink(const std::string& address, const PeerStatus&, bool lost, bool own) {
+        const auto target = targetOfAddress.find(address);
+        if (target != targetOfAddress.end()) {
+            if (!targets) {
+                return;
+            }
+            if (lost) {
+                const std::string name = target->second;
+                targetOfAddress.erase(target);
+                targets->retry(name);
+            } else {
+                targets->connected(target->second);
+            }
+            return;
+        }
+        constexpr std::string_view prefix = "unix:";
+        const std::filesystem::path socket = address.substr(prefix.size());
+        if (!lost) {
+            retries.erase(socket);
+            return;
+        }
+        processes.erase(socket);
+        if (own || !present.contains(socket)) {
+            const std::lock_guard lock(mutex);
+            statuses.erase(address);
+            return;
+        }
+        if (localPeers) {
+            localPeers->check(socket);
+            retrySocket(socket);
+        }
+    }
+
+    /// Any thread.
+    void setStatus(PeerStatus status) {
+        const std::lock_guard lock(mutex);
+        statuses[status.address] = std::move(status);
+    }
+
+    std::vector<std::shared_ptr<ClientConnection>> takeConnections() {
+        std::vector<std::shared_ptr<ClientConnection>> taken;
+        const std::lock_guard lock(mutex);
+        for (const auto& known : connections) {
+            if (auto alive = known.lock()) {
+                taken.push_back(std::move(alive));
+            }
+        }
+        return taken;
+    }
+
+    struct Retry {
+        explicit Retry(boost::asio::io_context& context)
+            : timer(context) {}
+
+        boost::asio::steady_timer timer;
+        std::chrono::milliseconds delay = firstRetry;
+    };
+
+    const Keepalive keepalive;
+    const std::shared_ptr<grpc::ChannelCredentials> credentials;
+
+    std::mutex closing;
+    Housekeeper housekeeper;
+    std::shared_ptr<Reactor> reactor;
+    std::shared_ptr<ImportTable> table;
+
+    // Of the housekeeping thread:
+    bool closed = false;
+    std::set<std::filesystem::path> present;
+    std::map<std::filesystem::path, Retry> retries;
+    std::map<std::filesystem::path, ProcessWatch> processes;
+    std::map<std::string, std::string> targetOfAddress; // while there is a connection
+
+    std::unique_ptr<LocalPeers> localPeers;
+    std::unique_ptr<TargetPeers> targets;
+
+    mutable std::mutex mutex;
+    std::map<std::string, PeerStatus> statuses; // by address
+    std::vector<std::weak_ptr<ClientConnection>> connections;
+};
+
+Importer::Importer(const ImporterOptions& options) {
+    check(options);
+    impl = std::make_shared<Impl>(options);
+    impl->open(options);
+}
+
+Importer::~Importer() {
+    close();
+}
+
+Importer::Importer(Importer&&) noexcept = default;
+
+Importer& Importer::operator=(Importer&& other) noexcept {
+    if (this != &other) {
+        close();
+        impl = std::move(other.impl);
+    }
+    return *this;
+}
+
+void Importer::close() noexcept {
+    if (impl) {
+        impl->close();
+    }
+}
+
+std::vector<PeerStatus> Importer::peers() const {
+    return impl->peers();
+}
+
+bool Importer::waitUntilSettled(std::chrono::milliseconds time) const {
+    return impl->waitUntilSettled(time);
+}
+
+} // namespace agent::orvi::remoting

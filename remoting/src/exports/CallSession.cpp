@@ -1,0 +1,374 @@
+#include "exports/CallSession.hpp"
+
+#include "wire/FrameLimits.hpp"
+
+#include <orvi/core/InvocationErrors.hpp>
+#include <orvi/remoting/Errors.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <exception>
+#include <future>
+#include <utility>
+
+namespace agent::orvi::remoting::details {
+namespace {
+
+constexpr std::string_view readMethod = "read";
+
+PositionKeeper::Client nextClient() {
+    static std::atomic<PositionKeeper::Client> last{0};
+    return ++last;
+}
+
+/// Return how many bytes a call asks for.
+std::uint64_t bytesAskedFor(const v1::Request& request) {
+    if (request.method() == readMethod && request.slots_size() > 0) {
+        const v1::Slot& count = request.slots(0);
+        if (count.type() == v1::INT64 && count.numbers_size() == 1 && count.numbers(0) > 0) {
+            return static_cast<std::uint64_t>(count.numbers(0));
+        }
+    }
+    return 0;
+}
+
+} // namespace
+
+class CallSession::RunningCall {
+public:
+    RunningCall(
+        std::shared_ptr<CallSession> session, std::uint64_t number, std::shared_ptr<void> turn)
+        : session(std::move(session))
+        , number(number)
+        , turn(std::move(turn)) {}
+
+    /// Nobody has answered: the caller learns it as a local one does.
+    ~RunningCall() {
+        fail(std::make_exception_ptr(std::future_error(std::future_errc::broken_promise)));
+    }
+
+    RunningCall(const RunningCall&) = delete;
+    RunningCall& operator=(const RunningCall&) = delete;
+
+    void succeed(core::GenericPayload result) {
+        turn.reset();
+        try {
+            session->respond(OutgoingMessage::answer(std::move(result)), number);
+        } catch (...) {
+            fail(std::current_exception());
+        }
+    }
+
+    void fail(const std::exception_ptr& error) noexcept {
+        turn.reset();
+        try {
+            session->respond(OutgoingMessage::failure(error), number);
+        } catch (...) {
+            session->stream->cancel(
+                {StreamEnd::Kind::disconnected, "The endpoint has no memory left."});
+        }
+    }
+
+private:
+    const std::shared_ptr<CallSession> session;
+    const std::uint64_t number;
+    std::shared_ptr<void> turn;
+};
+
+CallSession::CallSession(
+    std::shared_ptr<Stream> stream, PeerNames peer, std::shared_ptr<ExportTable> table,
+    std::shared_ptr<CallTerms> terms, Executor& executor)
+    : stream(std::move(stream))
+    , peer(std::move(peer))
+    , table(std::move(table))
+    , terms(std::move(terms))
+    , executor(executor)
+    , id(nextClient()) {}
+
+void CallSession::received(google::protobuf::io::ZeroCopyInputStream& input, std::size_t size) {
+    FrameReader reader(input, size);
+    reader.readHead(frame);
+    switch (state) {
+    case State::greeting:
+        greet(frame);
+        break;
+    case State::idle:
+        request(frame, reader);
+        break;
+    case State::receiving:
+        if (frame.body_case() != v1::Frame::BODY_NOT_SET) {
+            throw ProtocolError("A request's data are interrupted.");
+        }
+        append(reader);
+        break;
+    case State::skipping:
+        skip(reader, frame);
+        break;
+    case State::running:
+        throw ProtocolError("A call begins before the one before has been answered.");
+    }
+}
+
+void CallSession::greet(const v1::Frame& greeting) {
+    if (!greeting.has_hello()) {
+        throw ProtocolError("A call stream begins with a greeting.");
+    }
+    if (greeting.hello().major() != protocolMajor) {
+        stream->finish(
+            {StreamEnd::Kind::versionMismatch, "The endpoint speaks version " +
+                                                   std::to_string(protocolMajor) +
+                                                   " of the protocol, the importer version " +
+                                                   std::to_string(greeting.hello().major()) + "."});
+        return;
+    }
+    serviceNumber = greeting.hello().service();
+    service = table->find(serviceNumber);
+    state = State::idle;
+    {
+        const std::lock_guard lock(mutex);
+        greetingDue = true;
+    }
+    sendNext();
+    stream->receive();
+}
+
+/// Begin with a request. One that is refused is answered at once; its data are skipped.
+void CallSession::request(const v1::Frame& head, FrameReader& reader) {
+    if (head.body_case() == v1::Frame::kAbandon) {
+        stream->receive(); // of a request that was refused when all its data had come
+        return;
+    }
+    if (!head.has_request()) {
+        throw ProtocolError("A call stream carries nothing but requests to the endpoint.");
+    }
+    const v1::Request& request = head.request();
+    incoming.begin(request.slots(), 0);
+    try {
+        admit(request);
+    } catch (...) {
+        if (incoming.byteCount() < reader.dataSize()) {
+            throw ProtocolError("A request has more data than it has announced.");
+        }
+        toSkip = incoming.byteCount() - reader.dataSize();
+        state = toSkip > 0 ? State::skipping : State::idle;
+        reader.skipData();
+        if (request.one_way()) {
+            stream->receive();
+        } else {
+            // Who does not listen to refusals is not listened to.
+            reply(OutgoingMessage::failure(std::current_exception()), true);
+        }
+        return;
+    }
+    method = request.method();
+    oneWay = request.one_way();
+    incoming.begin(request.slots(), incoming.byteCount());
+    append(reader);
+}
+
+/// Let a call in, or throw what it is refused with.
+void CallSession::admit(const v1::Request& request) {
+    if (!service) {
+        throw core::ServiceUnavailable(
+            "The endpoint has no service of the number " + std::to_string(serviceNumber) +
+            " any more.");
+    }
+    if (!terms->access.allows(peer, service->name, request.method())) {
+        throw AccessDenied(
+            "The endpoint does not let this peer call \"" + request.method() + "\" of service \"" +
+            service->name + "\".");
+    }
+    const std::uint64_t bytes = std::max(incoming.byteCount(), bytesAskedFor(request));
+    if (bytes > terms->bytesPerCall) {
+        throw LimitExceeded(
+            "The call moves " + std::to_string(bytes) + " bytes; the endpoint allows " +
+            std::to_string(terms->bytesPerCall) + ".");
+    }
+    CallBudget::Share taken(terms->budget, bytes);
+    const std::lock_guard lock(mutex);
+    share = std::move(taken);
+}
+
+void CallSession::append(FrameReader& reader) {
+    incoming.append(reader);
+    if (incoming.complete()) {
+        start();
+    } else {
+        state = State::receiving;
+        stream->receive();
+    }
+}
+
+void CallSession::skip(FrameReader& reader, const v1::Frame& head) {
+    if (head.body_case() == v1::Frame::kAbandon) {
+        state = State::idle;
+    } else if (head.body_case() != v1::Frame::BODY_NOT_SET || reader.dataSize() > toSkip) {
+        throw ProtocolError("A request has more data than it has announced.");
+    } else {
+        toSkip -= reader.dataSize();
+        reader.skipData();
+        state = toSkip > 0 ? State::skipping : State::idle;
+    }
+    stream->receive();
+}
+
+void CallSession::start() {
+    state = State::running;
+    std::uint64_t number = 0;
+    {
+        const std::lock_guard lock(mutex);
+        number = ++callNumber;
+        answered = false;
+    }
+    if (!oneWay) {
+        // To notice that the client has gone.
+        stream->receive();
+    }
+    executor.post([self = shared_from_this(), number] {
+        if (self->terms->oneAtATime) {
+            self->service->queue->run([self, number](std::shared_ptr<CallQueue::Turn> turn) {
+                self->invoke(std::make_shared<RunningCall>(self, number, std::move(turn)));
+            });
+        } else {
+            self->invoke(std::make_shared<RunningCall>(self, number, nullptr));
+        }
+    });
+}
+
+void CallSession::invoke(const std::shared_ptr<RunningCall>& call) {
+    // What a client has not waited for must not reach the device, which might lose bytes by it.
+    if (isGone()) {
+        return;
+    }
+    try {
+        if (terms->oneAtATime && terms->positionPerConnection) {
+            service->positions.prepareFor(id);
+            if (isGone()) {
+                service->positions.forget(id);
+                return;
+            }
+        }
+        service->service->invoke(
+            std::nullopt, method,
+            {[call](core::GenericPayload result) { call->succeed(std::move(result)); },
+             [call](const std::exception_ptr& error) { call->fail(error); }},
+            incoming.take(), oneWay);
+    } catch (...) {
+        call->fail(std::current_exception());
+    }
+}
+
+/// End a call with its outcome, unless it has ended before.
+void CallSession::respond(OutgoingMessage message, std::uint64_t number) {
+    const bool wasOneWay = oneWay;
+    {
+        const std::lock_guard lock(mutex);
+        if (answered || number != callNumber) {
+            return;
+        }
+        answered = true;
+        if (wasOneWay) {
+            share = {};
+            state = State::idle;
+        }
+    }
+    if (wasOneWay) {
+        stream->receive();
+    } else {
+        reply(std::move(message), false);
+    }
+}
+
+void CallSession::reply(OutgoingMessage message, bool thenReceive) {
+    {
+        const std::lock_guard lock(mutex);
+        outgoing = std::move(message);
+        receiveDue = thenReceive;
+    }
+    sendNext();
+}
+
+void CallSession::sent() {
+    {
+        const std::lock_guard lock(mutex);
+        sending = false;
+    }
+    sendNext();
+}
+
+void CallSession::sendNext() {
+    const std::lock_guard lock(mutex);
+    if (gone) {
+        outgoing.reset();
+        if (answered) {
+            share = {};
+        }
+    }
+    if (sending || gone) {
+        return;
+    }
+    if (std::exchange(greetingDue, false)) {
+        v1::Frame greeting;
+        greeting.mutable_hello()->set_major(protocolMajor);
+        greeting.mutable_hello()->set_minor(protocolMinor);
+        sending = true;
+        stream->send(encodeFrame(greeting));
+        return;
+    }
+    if (!outgoing) {
+        return;
+    }
+    OutgoingFrame next = outgoing->next();
+    sending = true;
+    if (!outgoing->hasNext()) {
+        outgoing.reset();
+        share = {};
+        if (state == State::running) {
+            state = State::idle;
+        }
+        if (std::exchange(receiveDue, false)) {
+            stream->receive();
+        }
+    }
+    stream->send(std::move(next));
+}
+
+bool CallSession::isGone() {
+    const std::lock_guard lock(mutex);
+    return gone;
+}
+
+void CallSession::ended(const StreamEnd&) {
+    {
+        const std::lock_guard lock(mutex);
+        gone = true;
+        outgoing.reset();
+        if (answered) {
+            share = {};
+        }
+    }
+    if (service && terms->positionPerConnection) {
+        service->positions.forget(id);
+    }
+}
+
+void CallSession::abandon() noexcept {
+    std::uint64_t number = 0;
+    {
+        const std::lock_guard lock(mutex);
+        if (answered) {
+            return;
+        }
+        number = callNumber;
+    }
+    try {
+        respond(
+            OutgoingMessage::failure(std::make_exception_ptr(
+                core::ServiceUnavailable("The endpoint closes while the call is running."))),
+            number);
+    } catch (...) {
+        // The end of the stream tells the caller, too.
+    }
+}
+
+} // namespace agent::orvi::remoting::details

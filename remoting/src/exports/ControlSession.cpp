@@ -1,0 +1,201 @@
+#include "exports/ControlSession.hpp"
+
+#include "wire/FrameCodec.hpp"
+#include "wire/FrameLimits.hpp"
+#include "wire/InterfaceCodec.hpp"
+#include "wire/PropertyCodec.hpp"
+
+#include <orvi/remoting/Errors.hpp>
+
+#include <exception>
+#include <utility>
+
+namespace agent::orvi::remoting::details {
+namespace {
+
+/// Bytes of the text of a filter.
+constexpr std::size_t maximumFilterSize = 4096;
+
+} // namespace
+
+ControlSession::ControlSession(
+    std::shared_ptr<Stream> stream, std::shared_ptr<ExportTable> table, EndpointName name,
+    std::size_t maximumWants, Executor& executor)
+    : stream(std::move(stream))
+    , table(std::move(table))
+    , name(std::move(name))
+    , maximumWants(maximumWants)
+    , executor(executor) {}
+
+void ControlSession::received(google::protobuf::io::ZeroCopyInputStream& input, std::size_t size) {
+    auto frame = std::make_shared<v1::Frame>();
+    FrameReader(input, size).readHead(*frame);
+    if (!greeted) {
+        greet(*frame);
+        return;
+    }
+    // Looking through many services takes time. The next frame waits for that.
+    executor.post([self = shared_from_this(), frame] {
+        try {
+            self->handle(*frame);
+            self->stream->receive();
+        } catch (const LimitExceeded& error) {
+            self->stream->finish({StreamEnd::Kind::limitExceeded, error.what()});
+        } catch (const std::exception& error) {
+            self->stream->finish({StreamEnd::Kind::protocolError, error.what()});
+        }
+    });
+}
+
+void ControlSession::greet(const v1::Frame& frame) {
+    if (!frame.has_hello()) {
+        throw ProtocolError("A control stream begins with a greeting.");
+    }
+    greeted = true;
+    tell(Greeting());
+    if (frame.hello().major() != protocolMajor) {
+        stream->finish(
+            {StreamEnd::Kind::versionMismatch, "The endpoint speaks version " +
+                                                   std::to_string(protocolMajor) +
+                                                   " of the protocol, the importer version " +
+                                                   std::to_string(frame.hello().major()) + "."});
+        return;
+    }
+    stream->receive();
+}
+
+void ControlSession::handle(const v1::Frame& frame) {
+    switch (frame.body_case()) {
+    case v1::Frame::kWant:
+        want(frame.want());
+        break;
+    case v1::Frame::kUnwant:
+        wants -= table->unwant(*this, frame.unwant().id()) ? 1 : 0;
+        break;
+    case v1::Frame::BODY_NOT_SET:
+        break; // something that a later version has added
+    default:
+        throw ProtocolError("A control stream carries nothing but look-ups to the endpoint.");
+    }
+}
+
+void ControlSession::want(const v1::Want& want) {
+    if (want.filter().size() > maximumFilterSize) {
+        throw LimitExceeded(
+            "A filter has " + std::to_string(want.filter().size()) + " bytes; " +
+            std::to_string(maximumFilterSize) + " are allowed.");
+    }
+    if (wants >= maximumWants) {
+        throw LimitExceeded(
+            "There are " + std::to_string(maximumWants) + " look-ups already, which is the limit.");
+    }
+    table->want(*this, want.id(), want.filter());
+    ++wants;
+    tell(Settled{want.id()});
+    bool late = false;
+    {
+        const std::lock_guard lock(mutex);
+        late = over;
+    }
+    if (late) {
+        table->leave(*this);
+    }
+}
+
+void ControlSession::sayGoodbye() {
+    tell(Goodbye());
+}
+
+void ControlSession::offered(std::uint64_t service) {
+    tell(Offered{service});
+}
+
+void ControlSession::withdrawn(std::uint64_t service) {
+    tell(Withdrawn{service});
+}
+
+/// Take note of something to be sent. It is sent later, because the table may tell it with its own
+/// lock held.
+void ControlSession::tell(const News& item) {
+    const std::lock_guard lock(mutex);
+    if (!over) {
+        news.push_back(item);
+        if (!sending) {
+            sending = true;
+            executor.post([self = shared_from_this()] { self->sendNext(); });
+        }
+    }
+}
+
+void ControlSession::sent() {
+    executor.post([self = shared_from_this()] { self->sendNext(); });
+}
+
+/// Send the next piece of news that is still worth sending.
+void ControlSession::sendNext() {
+    for (;;) {
+        News next;
+        {
+            const std::lock_guard lock(mutex);
+            if (news.empty()) {
+                sending = false;
+                return;
+            }
+            next = news.front();
+            news.pop_front();
+        }
+        if (std::holds_alternative<Goodbye>(next)) {
+            stream->finish(StreamEnd());
+            return;
+        }
+        OutgoingFrame frame;
+        if (encode(next, frame)) {
+            stream->send(std::move(frame));
+            return;
+        }
+    }
+}
+
+bool ControlSession::encode(const News& item, OutgoingFrame& outgoing) {
+    v1::Frame frame;
+    if (std::holds_alternative<Greeting>(item)) {
+        v1::Hello& hello = *frame.mutable_hello();
+        hello.set_major(protocolMajor);
+        hello.set_minor(protocolMinor);
+        hello.set_framework(name.framework);
+        hello.set_endpoint(name.endpoint);
+    } else if (const auto* withdrawal = std::get_if<Withdrawn>(&item)) {
+        frame.mutable_withdrawal()->set_service(withdrawal->service);
+    } else if (const auto* settled = std::get_if<Settled>(&item)) {
+        frame.mutable_settled()->set_id(settled->want);
+    } else {
+        const std::uint64_t number = std::get<Offered>(item).service;
+        const auto service = std::as_const(*table).find(number);
+        if (!service) {
+            return false; // its withdrawal is on its way
+        }
+        try {
+            v1::Offer& offer = *frame.mutable_offer();
+            offer.set_service(number);
+            *offer.mutable_interface() = encodeInterface(service->service->serviceInterface());
+            encodeProperties(offer, service->properties);
+            outgoing = encodeFrame(frame);
+        } catch (const std::exception&) {
+            return false; // a service that cannot be described in a frame cannot be offered
+        }
+        return true;
+    }
+    outgoing = encodeFrame(frame);
+    return true;
+}
+
+void ControlSession::ended(const StreamEnd&) {
+    {
+        const std::lock_guard lock(mutex);
+        over = true;
+        news.clear();
+    }
+    table->leave(*this);
+}
+
+} // namespace agent::orvi::remoting::details

@@ -1,0 +1,85 @@
+#pragma once
+
+#include "carrier/Carrier.hpp"
+#include "exports/ExportTable.hpp"
+#include "wire/Messages.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <variant>
+
+namespace agent::orvi::remoting::details {
+
+/// How an endpoint introduces itself.
+struct EndpointName {
+    std::string framework;
+    std::string endpoint;
+};
+
+/// One peer's control stream on the exporting side: it says what it looks for and hears what there
+/// is.
+class ControlSession final : public StreamEvents,
+                             public Audience,
+                             public std::enable_shared_from_this<ControlSession> {
+public:
+    ControlSession(
+        std::shared_ptr<Stream> stream, std::shared_ptr<ExportTable> table, EndpointName name,
+        std::size_t maximumWants, Executor& executor);
+
+    void received(google::protobuf::io::ZeroCopyInputStream& frame, std::size_t size) override;
+    void sent() override;
+    void ended(const StreamEnd& end) override;
+
+    /// End the stream once the peer has heard all that was to be told.
+    void sayGoodbye();
+
+    void offered(std::uint64_t service) override;
+    void withdrawn(std::uint64_t service) override;
+
+private:
+    struct Offered {
+        std::uint64_t service;
+    };
+
+    struct Withdrawn {
+        std::uint64_t service;
+    };
+
+    struct Settled {
+        std::uint64_t want;
+    };
+
+    struct Greeting {};
+
+    struct Goodbye {};
+
+    using News = std::variant<Greeting, Offered, Withdrawn, Settled, Goodbye>;
+
+    void greet(const v1::Frame& frame);
+    void handle(const v1::Frame& frame);
+    void want(const v1::Want& want);
+    void tell(const News& news);
+    void sendNext();
+    bool encode(const News& news, OutgoingFrame& frame);
+
+    const std::shared_ptr<Stream> stream;
+    const std::shared_ptr<ExportTable> table;
+    const EndpointName name;
+    const std::size_t maximumWants;
+    Executor& executor;
+
+    // Of the events and the tasks that they post, one at a time:
+    bool greeted = false;
+    std::size_t wants = 0;
+
+    std::mutex mutex;
+    std::deque<News> news;
+    bool sending = false;
+    bool over = false;
+};
+
+} // namespace agent::orvi::remoting::details

@@ -1,0 +1,280 @@
+#include "exports/ExportTable.hpp"
+
+#include <cppmicroservices/Constants.h>
+#include <cppmicroservices/ServiceEvent.h>
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+namespace agent::orvi::remoting::details {
+namespace {
+
+using cppmicroservices::Any;
+using cppmicroservices::ServiceEvent;
+using cppmicroservices::ServiceReferenceBase;
+
+std::string exportableFilter() {
+    return "(&(objectclass=" + us_service_interface_iid<core::Invokable>() +
+           ")(service.exported.interfaces=*)(!(service.imported=*)))";
+}
+
+std::uint64_t numberOf(const ServiceReferenceBase& reference) {
+    return static_cast<std::uint64_t>(cppmicroservices::any_cast<long>(
+        reference.GetProperty(cppmicroservices::Constants::SERVICE_ID)));
+}
+
+/// What says something about the exporter's registry alone.
+bool isLocal(const std::string& key) {
+    return key == cppmicroservices::Constants::SERVICE_ID ||
+           key == cppmicroservices::Constants::SERVICE_SCOPE || key == "bundle.id" ||
+           key.starts_with("service.exported.");
+}
+
+/// Return the name that a filter demands, when it demands nothing else.
+std::optional<std::string> demandedName(const std::string& filter) {
+    constexpr std::string_view start = "(orvi.servicename=";
+    if (!filter.starts_with(start) || !filter.ends_with(')')) {
+        return std::nullopt;
+    }
+    std::string name = filter.substr(start.size(), filter.size() - start.size() - 1);
+    if (name.find_first_of("()*\\ ") != std::string::npos) {
+        return std::nullopt;
+    }
+    return name;
+}
+
+} // namespace
+
+/// While services are looked at, those that go are remembered: they may not come after that.
+class ExportTable::Adding {
+public:
+    explicit Adding(ExportTable& table)
+        : table(table) {
+        const std::lock_guard lock(table.mutex);
+        ++table.adding;
+    }
+
+    ~Adding() {
+        const std::lock_guard lock(table.mutex);
+        if (--table.adding == 0) {
+            table.goneMeanwhile.clear();
+        }
+    }
+
+    Adding(const Adding&) = delete;
+    Adding& operator=(const Adding&) = delete;
+
+private:
+    ExportTable& table;
+};
+
+std::shared_ptr<ExportTable> ExportTable::open(
+    const cppmicroservices::BundleContext& context, const std::string& endpointId,
+    Executor& executor) {
+    auto table = std::make_shared<ExportTable>(context, endpointId, executor);
+    table->follow();
+    return table;
+}
+
+ExportTable::ExportTable(
+    cppmicroservices::BundleContext context, std::string endpointId, Executor& executor)
+    : context(std::move(context))
+    , endpointId(std::move(endpointId))
+    , executor(executor) {}
+
+void ExportTable::follow() {
+    token = context.AddServiceListener(
+        [self = shared_from_this()](const ServiceEvent& event) { self->serviceChanged(event); },
+        exportableFilter());
+    const Adding listing(*this);
+    for (const auto& reference :
+         context.GetServiceReferences<core::Invokable>(exportableFilter())) {
+        add(reference, false);
+    }
+}
+
+void ExportTable::close() noexcept {
+    try {
+        context.RemoveListener(std::move(token));
+    } catch (...) {
+        // The framework has stopped and has dropped its listeners.
+    }
+    const std::lock_guard lock(mutex);
+    closed = true;
+    while (!services.empty()) {
+        erase(services.begin()->first);
+    }
+}
+
+void ExportTable::serviceChanged(const ServiceEvent& event) {
+    switch (event.GetType()) {
+    case ServiceEvent::SERVICE_REGISTERED:
+        add(event.GetServiceReference(), false);
+        break;
+    case ServiceEvent::SERVICE_MODIFIED:
+        add(event.GetServiceReference(), true);
+        break;
+    case ServiceEvent::SERVICE_UNREGISTERING:
+    case ServiceEvent::SERVICE_MODIFIED_ENDMATCH:
+        remove(numberOf(event.GetServiceReference()));
+        break;
+    default:
+        break;
+    }
+}
+
+void ExportTable::add(const ServiceReferenceBase& reference, bool replace) {
+    const Adding adding(*this);
+    const std::uint64_t number = numberOf(reference);
+    const auto service =
+        context.GetService(cppmicroservices::ServiceReference<core::Invokable>(reference));
+    if (!service) {
+        return;
+    }
+    Properties properties;
+    for (const std::string& key : reference.GetPropertyKeys()) {
+        if (!isLocal(key)) {
+            properties.emplace_back(key, reference.GetProperty(key));
+        }
+    }
+    properties.emplace_back("service.imported", true);
+    properties.emplace_back("service.imported.configs", std::vector<std::string>{"orvi.grpc"});
+    properties.emplace_back("endpoint.id", endpointId + "/" + std::to_string(number));
+    properties.emplace_back(
+        "endpoint.framework.uuid",
+        context.GetProperty(cppmicroservices::Constants::FRAMEWORK_UUID));
+    const auto exported =
+        std::make_shared<ExportedService>(number, service, std::move(properties), executor);
+    const std::lock_guard lock(mutex);
+    if (closed || goneMeanwhile.contains(number) || (!replace && services.contains(number))) {
+        return;
+    }
+    erase(number);
+    insert(exported);
+}
+
+void ExportTable::remove(std::uint64_t number) {
+    const std::lock_guard lock(mutex);
+    if (adding > 0) {
+        goneMeanwhile.insert(number);
+    }
+    erase(number);
+}
+
+std::shared_ptr<const ExportedService> ExportTable::find(std::uint64_t number) const {
+    const std::lock_guard lock(mutex);
+    const auto found = services.find(number);
+    return found == services.end() ? nullptr : found->second;
+}
+
+std::shared_ptr<ExportedService> ExportTable::find(std::uint64_t number) {
+    return std::const_pointer_cast<ExportedService>(std::as_const(*this).find(number));
+}
+
+void ExportTable::insert(const std::shared_ptr<ExportedService>& service) {
+    services.emplace(service->number, service);
+    numbersByName.emplace(service->name, service->number);
+    for (const auto& want : wantsFor(*service)) {
+        offer(*want, *service);
+    }
+}
+
+void ExportTable::erase(std::uint64_t number) {
+    const auto found = services.find(number);
+    if (found == services.end()) {
+        return;
+    }
+    const auto [first, last] = numbersByName.equal_range(found->second->name);
+    numbersByName.erase(
+        std::find_if(first, last, [&](const auto& entry) { return entry.second == number; }));
+    services.erase(found);
+    for (auto& [audience, listener] : listeners) {
+        if (listener.offered.erase(number) > 0) {
+            audience->withdrawn(number);
+        }
+    }
+}
+
+void ExportTable::want(Audience& audience, std::uint64_t number, const std::string& filter) {
+    const auto want = std::make_shared<const Want>(
+        Want{&audience, cppmicroservices::LDAPFilter(filter), demandedName(filter)});
+    const std::lock_guard lock(mutex);
+    if (!listeners[&audience].wants.emplace(number, want).second) {
+        throw std::invalid_argument("Two look-ups have the same number.");
+    }
+    if (!want->name) {
+        otherWants.push_back(want);
+        for (const auto& [id, service] : services) {
+            offer(*want, *service);
+        }
+        return;
+    }
+    wantsByName[*want->name].push_back(want);
+    const auto [first, last] = numbersByName.equal_range(*want->name);
+    for (auto entry = first; entry != last; ++entry) {
+        offer(*want, *services.at(entry->second));
+    }
+}
+
+bool ExportTable::unwant(Audience& audience, std::uint64_t number) {
+    const std::lock_guard lock(mutex);
+    Listener& listener = listeners[&audience];
+    const auto found = listener.wants.find(number);
+    if (found == listener.wants.end()) {
+        return false;
+    }
+    const std::shared_ptr<const Want> want = found->second;
+    listener.wants.erase(found);
+    forget(want);
+    for (auto entry = listener.offered.begin(); entry != listener.offered.end();) {
+        const ExportedService& service = *services.at(entry->first);
+        if (want->filter.Match(service.asMap) && --entry->second == 0) {
+            audience.withdrawn(entry->first);
+            entry = listener.offered.erase(entry);
+        } else {
+            ++entry;
+        }
+    }
+    return true;
+}
+
+void ExportTable::leave(Audience& audience) noexcept {
+    const std::lock_guard lock(mutex);
+    const auto found = listeners.find(&audience);
+    if (found != listeners.end()) {
+        for (const auto& [number, want] : found->second.wants) {
+            forget(want);
+        }
+        listeners.erase(found);
+    }
+}
+
+ExportTable::Wants ExportTable::wantsFor(const ExportedService& service) const {
+    Wants wants = otherWants;
+    if (const auto named = wantsByName.find(service.name); named != wantsByName.end()) {
+        wants.insert(wants.end(), named->second.begin(), named->second.end());
+    }
+    return wants;
+}
+
+void ExportTable::offer(const Want& want, const ExportedService& service) {
+    if (want.filter.Match(service.asMap) &&
+        ++listeners[want.audience].offered[service.number] == 1) {
+        want.audience->offered(service.number);
+    }
+}
+
+void ExportTable::forget(const std::shared_ptr<const Want>& want) {
+    if (!want->name) {
+        std::erase(otherWants, want);
+        return;
+    }
+    const auto named = wantsByName.find(*want->name);
+    std::erase(named->second, want);
+    if (named->second.empty()) {
+        wantsByName.erase(named);
+    }
+}
+
+} // namespace agent::orvi::remoting::details

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "exports/CallQueue.hpp"
+#include "exports/PositionKeeper.hpp"
+#include "wire/PropertyCodec.hpp"
+
+#include <orvi/core/Invokable.hpp>
+
+#include <cppmicroservices/AnyMap.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace agent::orvi::remoting::details {
+
+/// A service that an endpoint offers. It holds the service object, so calls may outlive the offer:
+/// they are told that the service has been withdrawn.
+///
+/// Thread safety: thread-safe.
+struct ExportedService {
+    ExportedService(
+        std::uint64_t number, std::shared_ptr<core::Invokable> service, Properties properties,
+        Executor& executor);
+
+    const std::uint64_t number;
+    const std::string name;
+    const std::shared_ptr<core::Invokable> service;
+    const Properties properties;            ///< As importers get them.
+    const cppmicroservices::AnyMap asMap;   ///< The same, for filters.
+    const std::shared_ptr<CallQueue> queue; ///< For calls one at a time.
+    PositionKeeper positions;               ///< For the call whose turn it is.
+};
+
+} // namespace agent::orvi::remoting::details

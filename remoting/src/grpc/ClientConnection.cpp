@@ -1,0 +1,117 @@
+#include "grpc/ClientConnection.hpp"
+
+#include "grpc/ClientStream.hpp"
+#include "grpc/Credentials.hpp"
+
+#include <grpcpp/create_channel_posix.h>
+#include <grpcpp/grpcpp.h>
+
+#include <poll.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <utility>
+#include <vector>
+
+namespace agent::orvi::remoting::details {
+namespace {
+
+/// How long a process whose connection has ended may take to end itself.
+constexpr int exitTimeMs = 200;
+
+const char* methodOf(StreamKind kind) {
+    return kind == StreamKind::control ? "/orvi.remoting.v1.Streams/Control"
+                                       : "/orvi.remoting.v1.Streams/Call";
+}
+
+int openProcess(pid_t process) {
+    // The C library of Debian 12 has a wrapper of this call only in a header that C++ rejects.
+    return process > 0 ? static_cast<int>(syscall(SYS_pidfd_open, process, 0)) : -1;
+}
+
+} // namespace
+
+std::shared_ptr<ClientConnection> ClientConnection::local(
+    std::shared_ptr<Reactor> reactor, int socket, pid_t process, Keepalive keepalive) {
+    auto channel =
+        grpc::CreateCustomInsecureChannelFromFd("localhost", socket, clientArguments(keepalive));
+    return std::make_shared<ClientConnection>(std::move(reactor), std::move(channel), process);
+}
+
+std::shared_ptr<ClientConnection> ClientConnection::tcp(
+    std::shared_ptr<Reactor> reactor, const std::string& address, const std::string& host,
+    const std::shared_ptr<grpc::ChannelCredentials>& credentials, Keepalive keepalive) {
+    grpc::ChannelArguments arguments = clientArguments(keepalive);
+    arguments.SetString(GRPC_ARG_DEFAULT_AUTHORITY, host);
+    arguments.SetSslTargetNameOverride(host);
+    auto channel = grpc::CreateCustomChannel(
+        address, credentials ? credentials : grpc::InsecureChannelCredentials(), arguments);
+    return std::make_shared<ClientConnection>(std::move(reactor), std::move(channel), 0);
+}
+
+ClientConnection::ClientConnection(
+    std::shared_ptr<Reactor> reactor, std::shared_ptr<grpc::Channel> channel, pid_t process)
+    : reactor(std::move(reactor))
+    , channel(std::move(channel))
+    , stub(this->channel)
+    , processDescriptor(openProcess(process)) {}
+
+ClientConnection::~ClientConnection() {
+    if (processDescriptor >= 0) {
+        ::close(processDescriptor);
+    }
+}
+
+std::shared_ptr<Stream>
+ClientConnection::open(StreamKind kind, std::shared_ptr<StreamEvents> events) {
+    const auto stream = std::make_shared<ClientStream>(shared_from_this(), events);
+    std::unique_lock lock(mutex);
+    if (closed) {
+        const StreamEnd end = *closed;
+        lock.unlock();
+        reactor->post([events = std::move(events), end] { events->ended(end); });
+    } else {
+        streams.insert(stream.get());
+        stream->begin(methodOf(kind));
+    }
+    return stream;
+}
+
+void ClientConnection::close(const StreamEnd& end) {
+    std::vector<std::shared_ptr<ClientStream>> open;
+    {
+        const std::lock_guard lock(mutex);
+        if (!closed) {
+            closed = end;
+        }
+        for (ClientStream* stream : streams) {
+            if (auto alive = stream->weak_from_this().lock()) {
+                open.push_back(std::move(alive));
+            }
+        }
+    }
+    for (const auto& stream : open) {
+        stream->cancel(end);
+    }
+}
+
+bool ClientConnection::awaitStreams(Executor::TimePoint timeLimit) {
+    std::unique_lock lock(mutex);
+    return noStreams.wait_until(lock, timeLimit, [this] { return streams.empty(); });
+}
+
+void ClientConnection::streamEnded(ClientStream& stream) {
+    const std::lock_guard lock(mutex);
+    streams.erase(&stream);
+    if (streams.empty()) {
+        noStreams.notify_all();
+    }
+}
+
+/// Say whether the peer's process has ended, or is just ending. May wait for a moment.
+bool ClientConnection::processHasEnded() const {
+    pollfd ended{processDescriptor, POLLIN, 0};
+    return poll(&ended, 1, exitTimeMs) > 0;
+}
+
+} // namespace agent::orvi::remoting::details

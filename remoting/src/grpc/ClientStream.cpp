@@ -1,0 +1,142 @@
+#include "grpc/ClientStream.hpp"
+
+#include "grpc/Frames.hpp"
+#include "grpc/StatusCodes.hpp"
+
+#include <exception>
+#include <utility>
+
+namespace agent::orvi::remoting::details {
+
+ClientStream::ClientStream(
+    std::shared_ptr<ClientConnection> connection, std::shared_ptr<StreamEvents> events)
+    : connection(std::move(connection))
+    , events(std::move(events)) {
+    // The opening of the stream travels with its first frame.
+    context.set_initial_metadata_corked(true);
+}
+
+void ClientStream::begin(const std::string& method) {
+    const std::lock_guard lock(mutex);
+    call = connection->stub.PrepareCall(&context, method, &connection->reactor->queue());
+    call->StartCall(nullptr);
+    self = shared_from_this();
+}
+
+void ClientStream::send(OutgoingFrame frame) {
+    const grpc::ByteBuffer message = toMessage(std::move(frame));
+    const std::lock_guard lock(mutex);
+    if (!over && !finishing.underWay) {
+        writing.underWay = true;
+        call->Write(message, &writing);
+    }
+}
+
+void ClientStream::receive() {
+    const std::lock_guard lock(mutex);
+    if (!over && !finishing.underWay) {
+        reading.underWay = true;
+        call->Read(&incoming, &reading);
+    }
+}
+
+void ClientStream::finish(const StreamEnd& end) {
+    cancel(end);
+}
+
+void ClientStream::cancel(const StreamEnd& end) {
+    const std::lock_guard lock(mutex);
+    if (self && !ownEnd && !finishing.underWay) {
+        ownEnd = end;
+        over = true;
+        context.TryCancel();
+        finishIfIdle();
+    }
+}
+
+void ClientStream::messageRead(bool ok) {
+    std::shared_ptr<StreamEvents> receiver;
+    {
+        const std::lock_guard lock(mutex);
+        reading.underWay = false;
+        if (!ok) {
+            over = true;
+        }
+        if (over) {
+            finishIfIdle();
+            return;
+        }
+        receiver = events;
+    }
+    try {
+        deliver(*receiver, incoming);
+    } catch (const std::exception& error) {
+        cancel({StreamEnd::Kind::protocolError, error.what()});
+    }
+    incoming.Clear();
+}
+
+void ClientStream::messageWritten(bool ok) {
+    std::shared_ptr<StreamEvents> receiver;
+    {
+        const std::lock_guard lock(mutex);
+        writing.underWay = false;
+        // What the exporter said before it ended the stream can still be read.
+        if (!ok && !reading.underWay) {
+            over = true;
+        }
+        if (over) {
+            finishIfIdle();
+            return;
+        }
+        if (!ok) {
+            return;
+        }
+        receiver = events;
+    }
+    receiver->sent();
+}
+
+/// Ask for the stream's status once nothing else is under way.
+void ClientStream::finishIfIdle() {
+    if (over && !reading.underWay && !writing.underWay && !finishing.underWay) {
+        finishing.underWay = true;
+        call->Finish(&status, &finishing);
+    }
+}
+
+void ClientStream::callFinished(bool) {
+    const StreamEnd reached = end();
+    if (!ownEnd && reached.kind == StreamEnd::Kind::disconnected &&
+        connection->processDescriptor >= 0) {
+        // A dying process loses its sockets a moment before it is gone: which one it was shows
+        // then.
+        connection->reactor->post([self = shared_from_this(), reached] {
+            self->conclude(
+                self->connection->processHasEnded()
+                    ? StreamEnd{StreamEnd::Kind::terminated, "Its process has ended."}
+                    : reached);
+        });
+    } else {
+        conclude(reached);
+    }
+}
+
+StreamEnd ClientStream::end() const {
+    return ownEnd ? *ownEnd : fromStatus(status);
+}
+
+void ClientStream::conclude(const StreamEnd& end) {
+    std::shared_ptr<ClientStream> last;
+    std::shared_ptr<StreamEvents> receiver;
+    {
+        const std::lock_guard lock(mutex);
+        last = std::move(self);
+        receiver = std::move(events);
+    }
+    receiver->ended(end);
+    receiver.reset();
+    connection->streamEnded(*this);
+}
+
+} // namespace agent::orvi::remoting::details

@@ -1,0 +1,208 @@
+#include "grpc/GrpcServer.hpp"
+
+#include "grpc/Credentials.hpp"
+#include "wire/FrameLimits.hpp"
+
+#include <grpcpp/ext/proto_server_reflection_plugin.h>
+#include <grpcpp/security/auth_context.h>
+#include <grpcpp/security/server_credentials.h>
+
+#include <unistd.h>
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace agent::orvi::remoting::details {
+namespace {
+
+using AcceptorType = grpc::ServerBuilder::experimental_type::ExternalConnectionType;
+
+constexpr int handshakeTimeMs = 10000;
+
+/// Adds the reflection service to one server; the plugin's own initialiser adds it to every server
+/// of the process.
+class WithReflection final : public grpc::ServerBuilderOption {
+public:
+    void UpdateArguments(grpc::ChannelArguments*) override {}
+
+    void UpdatePlugins(std::vector<std::unique_ptr<grpc::ServerBuilderPlugin>>* plugins) override {
+        plugins->push_back(std::make_unique<grpc::reflection::ProtoServerReflectionPlugin>());
+    }
+};
+
+void setArguments(grpc::ServerBuilder& builder, const ServerSettings& settings) {
+    const auto time = static_cast<int>(settings.keepalive.time.count());
+    const auto timeout = static_cast<int>(settings.keepalive.timeout.count());
+    builder.SetMaxReceiveMessageSize(static_cast<int>(maximumFrameSize));
+    builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIME_MS, time);
+    builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, timeout);
+    builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_PERMIT_WITHOUT_CALLS, 1);
+    builder.AddChannelArgument(GRPC_ARG_HTTP2_MAX_PINGS_WITHOUT_DATA, 0);
+    builder.AddChannelArgument(GRPC_ARG_HTTP2_MIN_RECV_PING_INTERVAL_WITHOUT_DATA_MS, 100);
+    builder.AddChannelArgument(
+        GRPC_ARG_MAX_CONCURRENT_STREAMS,
+        static_cast<int>(std::min<std::size_t>(settings.streams + 1, std::size_t{1} << 30)));
+    builder.AddChannelArgument("grpc.server_handshake_timeout_ms", handshakeTimeMs);
+}
+
+void addNames(
+    PeerNames& names, const grpc::AuthContext& context, const char* property, const char* form) {
+    for (const grpc::string_ref& value : context.FindPropertyValues(property)) {
+        names.push_back(form + std::string(value.data(), value.size()));
+    }
+}
+
+PeerNames namesOf(const grpc::ServerContext& context) {
+    PeerNames names;
+    if (const auto identity = context.auth_context(); identity && identity->IsPeerAuthenticated()) {
+        addNames(names, *identity, "x509_dns", "dns:");
+        addNames(names, *identity, "x509_uri", "uri:");
+        addNames(names, *identity, "x509_ip", "ip:");
+        addNames(names, *identity, "x509_email", "email:");
+        addNames(names, *identity, GRPC_X509_CN_PROPERTY_NAME, "cn:");
+    } else if (context.peer().starts_with("unix:")) {
+        names.push_back("uid:" + std::to_string(getuid()));
+    } else {
+        names.emplace_back("loopback");
+    }
+    return names;
+}
+
+void hand(grpc::experimental::ExternalConnectionAcceptor& acceptor, int socket) {
+    grpc::experimental::ExternalConnectionAcceptor::NewConnectionParameters connection;
+    connection.fd = socket;
+    acceptor.HandleNewConnection(&connection);
+}
+
+} // namespace
+
+/// Waits for a peer to open a stream of one kind.
+class GrpcServer::Acceptance final : public Operation {
+public:
+    Acceptance(GrpcServer& owner, StreamKind kind)
+        : owner(owner)
+        , kind(kind) {}
+
+    void start() {
+        auto& context = stream->context();
+        auto& call = stream->call();
+        grpc::CompletionQueue* queue = &owner.reactor->queue();
+        if (kind == StreamKind::control) {
+            owner.service.RequestControl(&context, &call, queue, owner.notifications, this);
+        } else {
+            owner.service.RequestCall(&context, &call, queue, owner.notifications, this);
+        }
+    }
+
+    void completed(bool ok) override {
+        const std::unique_ptr<Acceptance> self(this);
+        if (ok) {
+            owner.awaitStream(kind);
+            owner.streamOpened(kind, stream);
+        }
+    }
+
+private:
+    GrpcServer& owner;
+    const StreamKind kind;
+    const std::shared_ptr<ServerStream> stream = std::make_shared<ServerStream>();
+};
+
+GrpcServer::GrpcServer(const ServerSettings& settings, AcceptStream acceptStream)
+    : acceptStream(std::move(acceptStream))
+    , maximumStreams(settings.streams) {
+    grpc::ServerBuilder builder;
+    setArguments(builder, settings);
+    builder.RegisterService(&service);
+    builder.RegisterAsyncGenericService(&otherServices);
+    if (settings.reflection) {
+        builder.SetOption(std::make_unique<WithReflection>());
+    }
+    localAcceptor = builder.experimental().AddExternalConnectionAcceptor(
+        AcceptorType::FROM_FD, grpc::InsecureServerCredentials());
+    tcpAcceptor = builder.experimental().AddExternalConnectionAcceptor(
+        AcceptorType::FROM_FD,
+        settings.tls ? serverCredentials(*settings.tls) : grpc::InsecureServerCredentials());
+    auto queue = builder.AddCompletionQueue();
+    notifications = queue.get();
+    server = builder.BuildAndStart();
+    if (!server) {
+        queue->Shutdown();
+        throw std::runtime_error("gRPC cannot start a server.");
+    }
+    reactor = Reactor::start(std::move(queue), settings.tasks);
+    awaitStream(StreamKind::control);
+    awaitStream(StreamKind::call);
+    health = std::make_unique<HealthService>(otherServices, reactor->queue(), *notifications);
+}
+
+GrpcServer::~GrpcServer() {
+    stop(std::chrono::system_clock::now());
+}
+
+void GrpcServer::serveLocal(int socket) {
+    hand(*localAcceptor, socket);
+}
+
+void GrpcServer::serveTcp(int socket) {
+    hand(*tcpAcceptor, socket);
+}
+
+void GrpcServer::stop(Executor::TimePoint timeLimit) noexcept {
+    if (std::exchange(stopped, true)) {
+        return;
+    }
+    server->Shutdown(std::chrono::system_clock::now());
+    {
+        std::unique_lock lock(mutex);
+        noStreams.wait(lock, [this] { return streams == 0; });
+    }
+    health->awaitEnd();
+    reactor->stop(timeLimit);
+}
+
+bool GrpcServer::awaitStreams(Executor::TimePoint timeLimit) {
+    std::unique_lock lock(mutex);
+    return noStreams.wait_until(lock, timeLimit, [this] { return streams == 0; });
+}
+
+void GrpcServer::awaitStream(StreamKind kind) {
+    (new Acceptance(*this, kind))->start(); // deletes itself
+}
+
+void GrpcServer::streamOpened(StreamKind kind, const std::shared_ptr<ServerStream>& stream) {
+    bool full = false;
+    {
+        const std::lock_guard lock(mutex);
+        full = streams >= maximumStreams;
+        ++streams;
+    }
+    std::shared_ptr<StreamEvents> events;
+    if (!full) {
+        events = acceptStream(kind, stream, namesOf(stream->context()));
+    }
+    if (!events) {
+        struct Nobody final : StreamEvents {
+            void received(google::protobuf::io::ZeroCopyInputStream&, std::size_t) override {}
+
+            void sent() override {}
+
+            void ended(const StreamEnd&) override {}
+        };
+
+        events = std::make_shared<Nobody>();
+        stream->finish(
+            {StreamEnd::Kind::limitExceeded, "The endpoint has no room for more streams."});
+    }
+    stream->begin(std::move(events), [this] { streamEnded(); });
+}
+
+void GrpcServer::streamEnded() {
+    const std::lock_guard lock(mutex);
+    --streams;
+    noStreams.notify_all();
+}
+
+} // namespace agent::orvi::remoting::details

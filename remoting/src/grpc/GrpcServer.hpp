@@ -1,0 +1,97 @@
+#pragma once
+
+#include "carrier/Carrier.hpp"
+#include "grpc/ClientConnection.hpp"
+#include "grpc/Health.hpp"
+#include "grpc/Reactor.hpp"
+#include "grpc/ServerStream.hpp"
+#include "wire/Messages.hpp"
+
+#include <orvi/remoting/TlsFiles.hpp>
+#include <orvi/remoting/v1/streams.grpc.pb.h>
+
+#include <grpcpp/generic/async_generic_service.h>
+#include <grpcpp/server.h>
+#include <grpcpp/server_builder.h>
+
+#include <condition_variable>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+namespace agent::orvi::remoting::details {
+
+/// What a server is made of.
+struct ServerSettings {
+    std::optional<TlsFiles> tls;
+    Keepalive keepalive{};
+    std::size_t streams = 0; ///< Streams at a time, over all connections.
+    std::size_t tasks = 1;   ///< Tasks that run at a time.
+    bool reflection = false;
+};
+
+/// The gRPC side of an endpoint: connections come in as sockets, streams go out.
+///
+/// Thread safety: thread-safe.
+class GrpcServer {
+public:
+    /// Start to serve.
+    ///
+    /// @param acceptStream decides over every stream that a peer opens.
+    /// @throws std::system_error when a file of the TLS settings cannot be read.
+    /// @throws std::runtime_error when gRPC cannot start.
+    GrpcServer(const ServerSettings& settings, AcceptStream acceptStream);
+
+    /// Stop, as `stop` does, at once.
+    ~GrpcServer();
+
+    GrpcServer(const GrpcServer&) = delete;
+    GrpcServer& operator=(const GrpcServer&) = delete;
+
+    /// Serve a connected local socket, which is taken over; its peer is known to be this user.
+    void serveLocal(int socket);
+
+    /// Serve a connected TCP socket, which is taken over.
+    void serveTcp(int socket);
+
+    Executor& executor() noexcept { return *reactor; }
+
+    /// Wait until all streams have ended.
+    ///
+    /// @return whether that was before the time limit.
+    bool awaitStreams(Executor::TimePoint timeLimit);
+
+    /// End all streams and connections, then the threads. Tasks that are still running at the time
+    /// limit are left behind. Nothing happens the second time.
+    void stop(Executor::TimePoint timeLimit) noexcept;
+
+private:
+    using Service =
+        v1::Streams::WithRawMethod_Control<v1::Streams::WithRawMethod_Call<v1::Streams::Service>>;
+    using Acceptor = std::unique_ptr<grpc::experimental::ExternalConnectionAcceptor>;
+
+    class Acceptance;
+
+    void awaitStream(StreamKind kind);
+    void streamOpened(StreamKind kind, const std::shared_ptr<ServerStream>& stream);
+    void streamEnded();
+
+    const AcceptStream acceptStream;
+    const std::size_t maximumStreams;
+    Service service;
+    grpc::AsyncGenericService otherServices;
+    std::unique_ptr<HealthService> health;
+    std::shared_ptr<Reactor> reactor;
+    grpc::ServerCompletionQueue* notifications = nullptr; // the reactor's
+    Acceptor localAcceptor;
+    Acceptor tcpAcceptor;
+    std::unique_ptr<grpc::Server> server;
+
+    std::mutex mutex;
+    std::condition_variable noStreams;
+    std::size_t streams = 0;
+    bool stopped = false;
+};
+
+} // namespace agent::orvi::remoting::details

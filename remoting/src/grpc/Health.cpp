@@ -1,0 +1,163 @@
+#include "grpc/Health.hpp"
+
+#include <google/protobuf/io/coded_stream.h>
+#include <grpcpp/support/proto_buffer_reader.h>
+#include <grpcpp/support/slice.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace agent::orvi::remoting::details {
+namespace {
+
+constexpr std::size_t maximumCalls = 256;
+constexpr std::uint32_t maximumNameSize = 1024;
+
+// grpc.health.v1: a request has the service's name as field 1, a response its status as field 1.
+constexpr std::uint32_t nameTag = 1 << 3 | 2;
+constexpr char serving[] = {1 << 3, 1};
+constexpr char unknownService[] = {1 << 3, 3};
+
+/// Return the name that a request asks for, nothing when the request is malformed.
+std::optional<std::string> requestedName(grpc::ByteBuffer& request) {
+    grpc::ProtoBufferReader reader(&request);
+    google::protobuf::io::CodedInputStream input(&reader);
+    std::string name;
+    std::uint32_t size = 0;
+    if (const std::uint32_t tag = input.ReadTag();
+        tag != 0 && (tag != nameTag || !input.ReadVarint32(&size) || size > maximumNameSize ||
+                     !input.ReadString(&name, static_cast<int>(size)))) {
+        return std::nullopt;
+    }
+    return name;
+}
+
+bool isKnown(const std::string& name) {
+    return name.empty() || name == "orvi.remoting.v1.Streams";
+}
+
+grpc::ByteBuffer response(const char (&bytes)[2]) {
+    const grpc::Slice slice(bytes, sizeof bytes);
+    return {&slice, 1};
+}
+
+} // namespace
+
+/// One call, from before it comes until it has ended.
+class HealthService::Call final : public Operation {
+public:
+    explicit Call(HealthService& owner)
+        : owner(owner) {
+        {
+            const std::lock_guard lock(owner.mutex);
+            ++owner.calls;
+        }
+        owner.service.RequestCall(&context, &call, &owner.queue, &owner.notifications, this);
+    }
+
+    void completed(bool ok) override {
+        const Step done = step;
+        if (!ok || done == Step::finish) {
+            if (done == Step::accept || done == Step::finish) {
+                end();
+            } else {
+                finish(grpc::Status::OK); // the client has gone
+            }
+            return;
+        }
+        switch (done) {
+        case Step::accept:
+            accepted();
+            break;
+        case Step::read:
+            answer();
+            break;
+        default:
+            // A watcher hears no more: what is served here is served until the end.
+            read(Step::watch);
+        }
+    }
+
+private:
+    enum class Step { accept, read, write, watch, finish };
+
+    void accepted() {
+        bool full = false;
+        {
+            const std::lock_guard lock(owner.mutex);
+            full = owner.calls > maximumCalls;
+        }
+        new Call(owner); // deletes itself
+        const std::string prefix = "/grpc.health.v1.Health/";
+        watching = context.method() == prefix + "Watch";
+        if (full) {
+            finish({grpc::StatusCode::RESOURCE_EXHAUSTED, "There are too many health checks."});
+        } else if (watching || context.method() == prefix + "Check") {
+            read(Step::read);
+        } else {
+            finish({grpc::StatusCode::UNIMPLEMENTED, "The endpoint has no such method."});
+        }
+    }
+
+    void read(Step next) {
+        step = next;
+        call.Read(&message, this);
+    }
+
+    void answer() {
+        const std::optional<std::string> name = requestedName(message);
+        if (!name) {
+            finish({grpc::StatusCode::INVALID_ARGUMENT, "The request is malformed."});
+        } else if (watching) {
+            step = Step::write;
+            call.Write(response(isKnown(*name) ? serving : unknownService), this);
+        } else if (isKnown(*name)) {
+            step = Step::finish;
+            call.WriteAndFinish(response(serving), grpc::WriteOptions(), grpc::Status::OK, this);
+        } else {
+            finish({grpc::StatusCode::NOT_FOUND, "The endpoint has no such service."});
+        }
+    }
+
+    void finish(const grpc::Status& status) {
+        step = Step::finish;
+        call.Finish(status, this);
+    }
+
+    void end() {
+        HealthService& service = owner;
+        delete this;
+        service.callEnded();
+    }
+
+    HealthService& owner;
+    grpc::GenericServerContext context;
+    grpc::GenericServerAsyncReaderWriter call{&context};
+    grpc::ByteBuffer message;
+    bool watching = false;
+    Step step = Step::accept;
+};
+
+HealthService::HealthService(
+    grpc::AsyncGenericService& service, grpc::CompletionQueue& queue,
+    grpc::ServerCompletionQueue& notifications)
+    : service(service)
+    , queue(queue)
+    , notifications(notifications) {
+    new Call(*this); // deletes itself
+}
+
+void HealthService::awaitEnd() {
+    std::unique_lock lock(mutex);
+    noCalls.wait(lock, [this] { return calls == 0; });
+}
+
+void HealthService::callEnded() {
+    const std::lock_guard lock(mutex);
+    --calls;
+    noCalls.notify_all();
+}
+
+} // namespace agent::orvi::remoting::details

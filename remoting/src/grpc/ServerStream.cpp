@@ -1,0 +1,130 @@
+#include "grpc/ServerStream.hpp"
+
+#include "grpc/Frames.hpp"
+#include "grpc/StatusCodes.hpp"
+
+#include <exception>
+#include <utility>
+
+namespace agent::orvi::remoting::details {
+
+void ServerStream::begin(std::shared_ptr<StreamEvents> receiver, Executor::Task whenEnded) {
+    const std::lock_guard lock(mutex);
+    self = shared_from_this();
+    events = std::move(receiver);
+    onEnd = std::move(whenEnded);
+    finishIfIdle();
+}
+
+void ServerStream::send(OutgoingFrame frame) {
+    const grpc::ByteBuffer message = toMessage(std::move(frame));
+    const std::lock_guard lock(mutex);
+    if (!ending) {
+        writing.underWay = true;
+        readerWriter.Write(message, &writing);
+    }
+}
+
+void ServerStream::receive() {
+    const std::lock_guard lock(mutex);
+    if (!ending) {
+        reading.underWay = true;
+        readerWriter.Read(&incoming, &reading);
+    }
+}
+
+void ServerStream::finish(const StreamEnd& end) {
+    const std::lock_guard lock(mutex);
+    if (!ending) {
+        ending = end;
+        finishIfIdle();
+    }
+}
+
+void ServerStream::cancel(const StreamEnd& end) {
+    const std::lock_guard lock(mutex);
+    if (!finishing.underWay && !cancelled) {
+        ending = end;
+        cancelled = true;
+        serverContext.TryCancel();
+        finishIfIdle();
+    }
+}
+
+void ServerStream::messageRead(bool ok) {
+    std::shared_ptr<StreamEvents> receiver;
+    {
+        const std::lock_guard lock(mutex);
+        reading.underWay = false;
+        if (!ok && !ending) {
+            ending = StreamEnd();
+        }
+        finishIfIdle();
+        if (!ending) {
+            receiver = events;
+        }
+    }
+    if (!receiver) {
+        concludeIfDone();
+        return;
+    }
+    try {
+        deliver(*receiver, incoming);
+    } catch (const std::exception& error) {
+        finish({StreamEnd::Kind::protocolError, error.what()});
+    }
+    incoming.Clear();
+}
+
+void ServerStream::messageWritten(bool ok) {
+    std::shared_ptr<StreamEvents> receiver;
+    {
+        const std::lock_guard lock(mutex);
+        writing.underWay = false;
+        if (!ok && !ending) {
+            ending = StreamEnd{StreamEnd::Kind::disconnected, "The importer is gone."};
+        }
+        if (ending) {
+            finishIfIdle();
+            return;
+        }
+        receiver = events;
+    }
+    receiver->sent();
+}
+
+/// Say the last word once the last message has gone. What is still being read ends by itself then.
+void ServerStream::finishIfIdle() {
+    if (self && ending && !writing.underWay && !finishing.underWay) {
+        finishing.underWay = true;
+        readerWriter.Finish(toStatus(*ending), &finishing);
+    }
+}
+
+void ServerStream::callFinished(bool) {
+    {
+        const std::lock_guard lock(mutex);
+        finished = true;
+    }
+    concludeIfDone();
+}
+
+void ServerStream::concludeIfDone() {
+    std::shared_ptr<ServerStream> last;
+    std::shared_ptr<StreamEvents> receiver;
+    Executor::Task whenEnded;
+    {
+        const std::lock_guard lock(mutex);
+        if (!finished || reading.underWay) {
+            return;
+        }
+        last = std::move(self);
+        receiver = std::move(events);
+        whenEnded = std::move(onEnd);
+    }
+    receiver->ended(*ending);
+    receiver.reset();
+    whenEnded();
+}
+
+} // namespace agent::orvi::remoting::details

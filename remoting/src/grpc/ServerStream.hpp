@@ -1,0 +1,78 @@
+#pragma once
+
+#include "carrier/Carrier.hpp"
+#include "grpc/Reactor.hpp"
+
+#include <grpcpp/server_context.h>
+#include <grpcpp/support/async_stream.h>
+#include <grpcpp/support/byte_buffer.h>
+
+#include <memory>
+#include <mutex>
+#include <optional>
+
+namespace agent::orvi::remoting::details {
+
+/// A stream that a peer has opened, or may open yet.
+class ServerStream final : public Stream, public std::enable_shared_from_this<ServerStream> {
+public:
+    using Call = grpc::ServerAsyncReaderWriter<grpc::ByteBuffer, grpc::ByteBuffer>;
+
+    ServerStream() = default;
+
+    /// What a service needs to wait for a peer to open this.
+    grpc::ServerContext& context() noexcept { return serverContext; }
+
+    Call& call() noexcept { return readerWriter; }
+
+    /// The peer has opened it. Lives on its own from now on until it has ended; `whenEnded` is
+    /// called then.
+    void begin(std::shared_ptr<StreamEvents> receiver, Executor::Task whenEnded);
+
+    void send(OutgoingFrame frame) override;
+    void receive() override;
+    void finish(const StreamEnd& end) override;
+    void cancel(const StreamEnd& end) override;
+
+private:
+    /// One of the operations that the stream has under way.
+    class Step final : public Operation {
+    public:
+        using Completed = void (ServerStream::*)(bool ok);
+
+        Step(ServerStream& stream, Completed completion)
+            : stream(stream)
+            , completion(completion) {}
+
+        void completed(bool ok) override { (stream.*completion)(ok); }
+
+        bool underWay = false;
+
+    private:
+        ServerStream& stream;
+        const Completed completion;
+    };
+
+    void messageRead(bool ok);
+    void messageWritten(bool ok);
+    void callFinished(bool ok);
+    void finishIfIdle();
+    void concludeIfDone();
+
+    grpc::ServerContext serverContext;
+    Call readerWriter{&serverContext};
+    grpc::ByteBuffer incoming;
+
+    std::mutex mutex;
+    std::shared_ptr<ServerStream> self; // while operations may be under way
+    std::shared_ptr<StreamEvents> events;
+    Executor::Task onEnd;
+    std::optional<StreamEnd> ending;
+    bool cancelled = false;
+    bool finished = false;
+    Step reading{*this, &ServerStream::messageRead};
+    Step writing{*this, &ServerStream::messageWritten};
+    Step finishing{*this, &ServerStream::callFinished};
+};
+
+} // namespace agent::orvi::remoting::details

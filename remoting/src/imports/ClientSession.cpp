@@ -1,0 +1,272 @@
+#include "imports/ClientSession.hpp"
+
+#include "imports/StreamErrors.hpp"
+#include "wire/ErrorCodec.hpp"
+#include "wire/FrameLimits.hpp"
+
+#include <orvi/remoting/Errors.hpp>
+
+#include <algorithm>
+#include <utility>
+
+namespace agent::orvi::remoting::details {
+namespace {
+
+/// What an answer may have beyond the bytes that were asked for.
+constexpr std::uint64_t unaskedBytes = std::uint64_t{64} << 20;
+
+/// Return how many bytes a call asks for.
+std::uint64_t bytesAskedFor(const std::string& method, const core::GenericPayload& arguments) {
+    if (method != "read" || arguments.size() == 0 || arguments.isEmpty(0) ||
+        arguments.holdsFuture(0) ||
+        arguments.slotType(0) != core::GenericPayload::typeHash<std::int64_t>()) {
+        return 0;
+    }
+    const auto count = arguments.peek<std::int64_t>(0);
+    return count > 0 ? static_cast<std::uint64_t>(count) : 0;
+}
+
+} // namespace
+
+ClientSession::ClientSession(
+    std::shared_ptr<Connection> connection, std::shared_ptr<Executor> executor,
+    std::uint64_t service, std::string peer)
+    : connection(std::move(connection))
+    , executor(std::move(executor))
+    , service(service)
+    , peer(std::move(peer)) {}
+
+core::GenericPayload ClientSession::call(
+    std::optional<std::chrono::milliseconds> timeLimit, const std::string& method,
+    core::GenericPayload arguments, bool withoutAnswer) {
+    std::optional<Executor::TimePoint> end;
+    if (timeLimit) {
+        end = std::chrono::system_clock::now() + *timeLimit;
+    }
+    const std::uint64_t bytesAsked = bytesAskedFor(method, arguments);
+    OutgoingMessage request = OutgoingMessage::request(method, withoutAnswer, std::move(arguments));
+    const std::lock_guard oneCall(calls);
+    Wait waiting;
+    begin(std::move(request), bytesAsked, withoutAnswer, waiting);
+    const bool inTime = executor->wait(waiting, end);
+    if (!inTime) {
+        giveUp(waiting);
+    }
+    const std::lock_guard lock(mutex);
+    wait = nullptr;
+    phase = Phase::idle;
+    outgoing.reset();
+    if (!inTime) {
+        throw TimeLimitExceeded("Peer " + peer + " has not answered in time.");
+    }
+    if (failure) {
+        std::rethrow_exception(std::exchange(failure, nullptr));
+    }
+    return withoutAnswer ? core::GenericPayload() : incoming.take();
+}
+
+void ClientSession::begin(
+    OutgoingMessage request, std::uint64_t bytesAsked, bool withoutAnswer, Wait& waiting) {
+    {
+        const std::lock_guard lock(mutex);
+        if (broken) {
+            std::rethrow_exception(broken);
+        }
+        wait = &waiting;
+        phase = Phase::calling;
+        oneWay = withoutAnswer;
+        trustedBytes = bytesAsked;
+        outgoing = std::move(request);
+        failure = nullptr;
+        if (!stream) {
+            stream = connection->open(StreamKind::call, shared_from_this());
+            greetingDue = true;
+            peerGreeted = false;
+            sending = false;
+            reading = false;
+            abandonDue = false;
+        }
+        if (!reading) {
+            reading = true;
+            stream->receive();
+        }
+    }
+    sendNext();
+}
+
+/// The caller waits no longer: without the answer the stream is of no use.
+void ClientSession::giveUp(Wait& waiting) {
+    std::shared_ptr<Stream> hopeless;
+    {
+        const std::lock_guard lock(mutex);
+        hopeless = stream;
+    }
+    if (hopeless) {
+        hopeless->cancel({StreamEnd::Kind::cancelled, "The caller's time limit has passed."});
+        executor->wait(waiting, std::nullopt);
+    }
+}
+
+void ClientSession::sendNext() {
+    const std::lock_guard lock(mutex);
+    if (sending || !stream) {
+        return;
+    }
+    OutgoingFrame next;
+    if (std::exchange(greetingDue, false)) {
+        v1::Frame greeting;
+        v1::Hello& hello = *greeting.mutable_hello();
+        hello.set_major(protocolMajor);
+        hello.set_minor(protocolMinor);
+        hello.set_service(service);
+        next = encodeFrame(greeting);
+    } else if (std::exchange(abandonDue, false)) {
+        v1::Frame abandon;
+        abandon.mutable_abandon();
+        next = encodeFrame(abandon);
+    } else if (outgoing && outgoing->hasNext()) {
+        next = outgoing->next();
+    } else {
+        return;
+    }
+    sending = true;
+    stream->send(std::move(next));
+}
+
+void ClientSession::sent() {
+    {
+        const std::lock_guard lock(mutex);
+        sending = false;
+        if (oneWay && phase == Phase::calling && !greetingDue && !outgoing->hasNext()) {
+            finishCall();
+            return;
+        }
+    }
+    sendNext();
+}
+
+void ClientSession::received(google::protobuf::io::ZeroCopyInputStream& input, std::size_t size) {
+    FrameReader reader(input, size);
+    bool abandon = false;
+    {
+        const std::lock_guard lock(mutex);
+        reader.readHead(frame);
+        switch (frame.body_case()) {
+        case v1::Frame::kHello:
+            greeted(frame.hello());
+            break;
+        case v1::Frame::kAnswer:
+            answered(frame.answer(), reader);
+            break;
+        case v1::Frame::kFailure:
+            failed(frame.failure());
+            abandon = abandonDue;
+            break;
+        case v1::Frame::BODY_NOT_SET:
+            append(reader);
+            break;
+        default:
+            throw ProtocolError("A call stream carries nothing but answers to the importer.");
+        }
+        if (phase != Phase::done && stream) {
+            stream->receive();
+        } else {
+            reading = false;
+        }
+    }
+    if (abandon) {
+        sendNext();
+    }
+}
+
+void ClientSession::greeted(const v1::Hello& hello) {
+    if (std::exchange(peerGreeted, true)) {
+        throw ProtocolError("The endpoint greets twice.");
+    }
+    if (hello.major() != protocolMajor) {
+        stream->cancel(
+            {StreamEnd::Kind::versionMismatch,
+             "The endpoint speaks version " + std::to_string(hello.major()) +
+                 " of the protocol, the importer version " + std::to_string(protocolMajor) + "."});
+    }
+}
+
+void ClientSession::answered(const v1::Answer& answer, FrameReader& reader) {
+    if (phase != Phase::calling || oneWay || !peerGreeted) {
+        throw ProtocolError("The endpoint answers a call that was not made.");
+    }
+    incoming.begin(answer.slots(), 0);
+    if (incoming.byteCount() > trustedBytes + std::min(unaskedBytes, ~trustedBytes)) {
+        throw ProtocolError(
+            "The endpoint announces an answer of " + std::to_string(incoming.byteCount()) +
+            " bytes, of which " + std::to_string(trustedBytes) + " were asked for.");
+    }
+    incoming.begin(answer.slots(), trustedBytes);
+    phase = Phase::receivingAnswer;
+    append(reader);
+}
+
+void ClientSession::append(FrameReader& reader) {
+    if (phase != Phase::receivingAnswer) {
+        if (reader.dataSize() > 0) {
+            throw ProtocolError("The endpoint sends data that belong to nothing.");
+        }
+        return; // something that a later version has added
+    }
+    incoming.append(reader);
+    if (incoming.complete()) {
+        finishCall();
+    }
+}
+
+void ClientSession::failed(const v1::Failure& reported) {
+    if (phase != Phase::calling || oneWay || !peerGreeted) {
+        throw ProtocolError("The endpoint answers a call that was not made.");
+    }
+    failure = decodeFailure(reported);
+    if (outgoing && outgoing->hasNext()) {
+        outgoing.reset();
+        abandonDue = true;
+    }
+    finishCall();
+}
+
+/// The caller may go on. Under the lock.
+void ClientSession::finishCall() {
+    phase = Phase::done;
+    executor->finish(*wait);
+}
+
+void ClientSession::ended(const StreamEnd& end) {
+    const std::lock_guard lock(mutex);
+    stream.reset();
+    const std::exception_ptr error = errorOf(end, peer);
+    // A stream that the caller has given up, or that never was, is replaced by the next call's.
+    const bool refused = !peerGreeted && (end.kind == StreamEnd::Kind::limitExceeded ||
+                                          end.kind == StreamEnd::Kind::accessDenied);
+    if (end.kind != StreamEnd::Kind::cancelled && !refused) {
+        broken = error;
+    }
+    if (phase == Phase::calling || phase == Phase::receivingAnswer) {
+        failure = error;
+        finishCall();
+    }
+}
+
+void ClientSession::close() {
+    std::shared_ptr<Stream> open;
+    {
+        const std::lock_guard lock(mutex);
+        open = stream;
+    }
+    if (open) {
+        open->cancel({StreamEnd::Kind::cancelled, "The client is gone."});
+    }
+}
+
+bool ClientSession::isUsable() {
+    const std::lock_guard lock(mutex);
+    return !broken;
+}
+
+} // namespace agent::orvi::remoting::details

@@ -1,0 +1,90 @@
+#pragma once
+
+#include "carrier/Carrier.hpp"
+#include "wire/FrameCodec.hpp"
+#include "wire/Messages.hpp"
+#include "wire/PayloadCodec.hpp"
+
+#include <orvi/core/Invokable.hpp>
+
+#include <chrono>
+#include <cstdint>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace agent::orvi::remoting::details {
+
+/// One call stream on the importing side, opened with the first call. Each call is made by the
+/// thread that wants it: it sends the request and handles the events that bring the answer.
+///
+/// Once the stream is lost, every call fails as the first one did.
+///
+/// Thread safety: thread-safe; calls are made one after another.
+class ClientSession final : public StreamEvents,
+                            public std::enable_shared_from_this<ClientSession> {
+public:
+    /// @param service the exporter's number of the service that is called.
+    /// @param peer names the peer in errors.
+    ClientSession(
+        std::shared_ptr<Connection> connection, std::shared_ptr<Executor> executor,
+        std::uint64_t service, std::string peer);
+
+    /// Call a method and wait for its answer.
+    ///
+    /// @return the answer; an empty payload for a call that is one-way.
+    /// @throws what the method threw, and what orvi/remoting/Errors.hpp names.
+    core::GenericPayload call(
+        std::optional<std::chrono::milliseconds> timeLimit, const std::string& method,
+        core::GenericPayload arguments, bool oneWay);
+
+    /// End the stream. Call it when there are no more calls.
+    void close();
+
+    /// Say whether calls can still succeed.
+    bool isUsable();
+
+    void received(google::protobuf::io::ZeroCopyInputStream& frame, std::size_t size) override;
+    void sent() override;
+    void ended(const StreamEnd& end) override;
+
+private:
+    enum class Phase { idle, calling, receivingAnswer, done };
+
+    void begin(OutgoingMessage request, std::uint64_t bytesAsked, bool withoutAnswer, Wait& wait);
+    void giveUp(Wait& wait);
+    void sendNext();
+    void greeted(const v1::Hello& hello);
+    void answered(const v1::Answer& answer, FrameReader& reader);
+    void failed(const v1::Failure& failure);
+    void append(FrameReader& reader);
+    void finishCall();
+
+    const std::shared_ptr<Connection> connection;
+    const std::shared_ptr<Executor> executor;
+    const std::uint64_t service;
+    const std::string peer;
+
+    std::mutex calls; // one at a time
+
+    std::mutex mutex;
+    std::shared_ptr<Stream> stream;
+    std::exception_ptr broken; // what every call ends with
+    bool greetingDue = false;
+    bool peerGreeted = false;
+    bool sending = false;
+    bool reading = false;
+    bool abandonDue = false;
+    Phase phase = Phase::idle;
+    Wait* wait = nullptr;
+    bool oneWay = false;
+    std::uint64_t trustedBytes = 0;
+    v1::Frame frame;
+    std::optional<OutgoingMessage> outgoing;
+    IncomingMessage incoming;
+    std::exception_ptr failure;
+};
+
+} // namespace agent::orvi::remoting::details

@@ -1,0 +1,245 @@
+#include "imports/ImportTable.hpp"
+
+#include "imports/ImportedService.hpp"
+#include "wire/PropertyCodec.hpp"
+
+#include <orvi/remoting/Errors.hpp>
+
+#include <cppmicroservices/Constants.h>
+#include <cppmicroservices/ServiceProperties.h>
+
+#include <exception>
+#include <utility>
+#include <vector>
+
+namespace agent::orvi::remoting::details {
+namespace {
+
+/// What the importing registry says itself, whatever the exporter says.
+bool isLocal(const std::string& key) {
+    return key == cppmicroservices::Constants::OBJECTCLASS ||
+           key == cppmicroservices::Constants::SERVICE_ID ||
+           key == cppmicroservices::Constants::SERVICE_SCOPE;
+}
+
+cppmicroservices::ServiceProperties propertiesOf(const PeerLink& link, const v1::Offer& offer) {
+    cppmicroservices::ServiceProperties properties;
+    for (auto& [key, value] : decodeProperties(offer)) {
+        if (!isLocal(key)) {
+            properties[key] = std::move(value);
+        }
+    }
+    properties["service.imported"] = true;
+    properties["service.imported.configs"] = std::vector<std::string>{"orvi.grpc"};
+    properties["endpoint.id"] = link.endpoint() + "/" + std::to_string(offer.service());
+    properties["endpoint.framework.uuid"] = link.peerFramework();
+    return properties;
+}
+
+} // namespace
+
+std::shared_ptr<ImportTable> ImportTable::open(
+    const cppmicroservices::BundleContext& context, std::shared_ptr<Executor> executor,
+    LinkChanged linkChanged) {
+    auto table =
+        std::make_shared<ImportTable>(context, std::move(executor), std::move(linkChanged));
+    table->wants = std::make_shared<Wants>(
+        [self = std::weak_ptr(table)](const Wants::Want& want, bool wanted) {
+            if (const auto alive = self.lock()) {
+                alive->wantChanged(want, wanted);
+            }
+        });
+    table->hook = table->context.RegisterService<cppmicroservices::ServiceListenerHook>(
+        std::static_pointer_cast<cppmicroservices::ServiceListenerHook>(table->wants));
+    return table;
+}
+
+ImportTable::ImportTable(
+    cppmicroservices::BundleContext context, std::shared_ptr<Executor> executor,
+    LinkChanged linkChanged)
+    : context(std::move(context))
+    , executor(std::move(executor))
+    , linkChanged(std::move(linkChanged))
+    , framework(cppmicroservices::any_cast<std::string>(
+          this->context.GetProperty(cppmicroservices::Constants::FRAMEWORK_UUID))) {}
+
+void ImportTable::connect(std::shared_ptr<Connection> connection, const std::string& address) {
+    const auto link =
+        std::make_shared<PeerLink>(std::move(connection), shared_from_this(), address, framework);
+    bool refused = false;
+    // No look-up may come or go between those that are told now and those that are told later.
+    wants->forEach(
+        [&](const Wants::Want& want) { link->change(want, true); },
+        [&] {
+            const std::lock_guard lock(mutex);
+            refused = closed;
+            if (!refused) {
+                links.insert(link);
+            }
+        });
+    if (!refused) {
+        link->open();
+    }
+}
+
+void ImportTable::wantChanged(const Wants::Want& want, bool wanted) {
+    std::vector<std::shared_ptr<PeerLink>> told;
+    {
+        const std::lock_guard lock(mutex);
+        told.assign(links.begin(), links.end());
+    }
+    for (const auto& link : told) {
+        link->change(want, wanted);
+    }
+}
+
+void ImportTable::connected(PeerLink& link) {
+    linkChanged(link, nullptr);
+}
+
+void ImportTable::offered(PeerLink& link, const v1::Offer& offer) {
+    enqueue([this, from = link.shared_from_this(), offer] {
+        try {
+            import(from, offer);
+        } catch (const ProtocolError& error) {
+            from->connection()->close({StreamEnd::Kind::protocolError, error.what()});
+        } catch (const std::exception&) {
+            // The registry refuses it: it stays unknown here.
+        }
+    });
+}
+
+void ImportTable::import(const std::shared_ptr<PeerLink>& link, const v1::Offer& offer) {
+    auto service = ImportedService::make(
+        {link->connection(), executor, offer.service(), link->address()}, offer.interface());
+    auto registration = context.RegisterService<core::Invokable>(
+        std::static_pointer_cast<core::Invokable>(std::move(service)), propertiesOf(*link, offer));
+    Registrations replaced;
+    auto& services = imported[link.get()];
+    if (auto known = services.extract(offer.service())) {
+        replaced.insert(std::move(known));
+    }
+    services.emplace(offer.service(), std::move(registration));
+    drop(std::move(replaced));
+}
+
+void ImportTable::withdrawn(PeerLink& link, std::uint64_t service) {
+    enqueue([this, from = link.shared_from_this(), service] {
+        Registrations ended;
+        if (auto known = imported[from.get()].extract(service)) {
+            ended.insert(std::move(known));
+        }
+        drop(std::move(ended));
+    });
+}
+
+void ImportTable::settled(PeerLink&) {
+    enqueue([] {}); // after what was offered before
+}
+
+void ImportTable::lost(PeerLink& link, const StreamEnd& end) {
+    enqueue([this, from = link.shared_from_this(), end] {
+        Registrations ended;
+        if (auto known = imported.extract(from.get())) {
+            ended = std::move(known.mapped());
+        }
+        drop(std::move(ended));
+        {
+            const std::lock_guard lock(mutex);
+            links.erase(from);
+        }
+        // Without the control stream nobody hears of withdrawals: what remains of the connection
+        // must not go on as if nothing had happened.
+        from->connection()->close(end);
+        linkChanged(*from, &end);
+    });
+}
+
+void ImportTable::drop(Registrations services) noexcept {
+    for (auto& [number, registration] : services) {
+        try {
+            registration.Unregister();
+        } catch (...) {
+            // The framework has stopped and has dropped it already.
+        }
+    }
+}
+
+void ImportTable::enqueue(std::function<void()> change) {
+    const std::lock_guard lock(mutex);
+    changes.push_back(std::move(change));
+    if (!changing) {
+        changing = true;
+        executor->post([self = shared_from_this()] { self->runChanges(); });
+    }
+}
+
+void ImportTable::runChanges() {
+    for (;;) {
+        std::function<void()> change;
+        {
+            const std::lock_guard lock(mutex);
+            if (changes.empty()) {
+                changing = false;
+                changed.notify_all();
+                return;
+            }
+            change = std::move(changes.front());
+            changes.pop_front();
+        }
+        change();
+    }
+}
+
+bool ImportTable::isSettled() {
+    const std::lock_guard lock(mutex);
+    for (const auto& link : links) {
+        if (!link->isSettled()) {
+            return false;
+        }
+    }
+    return !changing;
+}
+
+bool ImportTable::awaitIdle(Executor::TimePoint timeLimit) {
+    std::unique_lock lock(mutex);
+    return changed.wait_until(lock, timeLimit, [this] { return !changing && links.empty(); });
+}
+
+bool ImportTable::awaitSettled(
+    Executor::TimePoint timeLimit, const std::function<bool()>& settled) {
+    for (;;) {
+        {
+            std::unique_lock lock(mutex);
+            if (changed.wait_until(lock, timeLimit, [this] { return !changing; }) == false) {
+                return false;
+            }
+        }
+        if (settled()) {
+            return true;
+        }
+        std::unique_lock lock(mutex);
+        if (changed.wait_until(lock, timeLimit) == std::cv_status::timeout) {
+            return settled();
+        }
+    }
+}
+
+void ImportTable::close(const StreamEnd& end) noexcept {
+    try {
+        hook.Unregister();
+    } catch (...) {
+        // The framework has stopped and has dropped it already.
+    }
+    std::set<std::shared_ptr<PeerLink>> open;
+    {
+        const std::lock_guard lock(mutex);
+        closed = true;
+        open = links;
+    }
+    for (const auto& link : open) {
+        link->connection()->close(end);
+    }
+}
+
+} // namespace agent::orvi::remoting::details

@@ -1,0 +1,96 @@
+#pragma once
+
+#include "imports/PeerLink.hpp"
+#include "imports/Wants.hpp"
+
+#include <orvi/core/Invokable.hpp>
+
+#include <cppmicroservices/BundleContext.h>
+#include <cppmicroservices/ServiceRegistration.h>
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+
+namespace agent::orvi::remoting::details {
+
+/// The services of other processes in this process's registry, and the links over which they are
+/// heard of.
+///
+/// Thread safety: thread-safe.
+class ImportTable final : public PeerLink::Receiver,
+                          public std::enable_shared_from_this<ImportTable> {
+public:
+    /// Told of a link that has connected, with a null end, or that has ended. It must not wait.
+    using LinkChanged = std::function<void(PeerLink& link, const StreamEnd* end)>;
+
+    /// Look for what the registry's listeners look for.
+    static std::shared_ptr<ImportTable> open(
+        const cppmicroservices::BundleContext& context, std::shared_ptr<Executor> executor,
+        LinkChanged linkChanged);
+
+    /// Use `open`.
+    ImportTable(
+        cppmicroservices::BundleContext context, std::shared_ptr<Executor> executor,
+        LinkChanged linkChanged);
+
+    /// Import what a peer offers.
+    void connect(std::shared_ptr<Connection> connection, const std::string& address);
+
+    /// Unregister everything, and end the connections with this end. Does not wait for that.
+    void close(const StreamEnd& end) noexcept;
+
+    /// Wait until there is nothing to be done for any peer.
+    ///
+    /// @return whether that was before the time limit.
+    bool awaitIdle(Executor::TimePoint timeLimit);
+
+    /// Wait until what the peers offer is registered, where it is known what they offer.
+    ///
+    /// @param settled says whether it is.
+    bool awaitSettled(Executor::TimePoint timeLimit, const std::function<bool()>& settled);
+
+    /// Say whether every connected peer has offered what is looked for.
+    bool isSettled();
+
+    void connected(PeerLink& link) override;
+    void offered(PeerLink& link, const v1::Offer& offer) override;
+    void withdrawn(PeerLink& link, std::uint64_t service) override;
+    void settled(PeerLink& link) override;
+    void lost(PeerLink& link, const StreamEnd& end) override;
+
+private:
+    using Registration = cppmicroservices::ServiceRegistration<core::Invokable>;
+    using Registrations = std::map<std::uint64_t, Registration>;
+
+    void wantChanged(const Wants::Want& want, bool wanted);
+    void enqueue(std::function<void()> change);
+    void runChanges();
+    void import(const std::shared_ptr<PeerLink>& link, const v1::Offer& offer);
+    void drop(Registrations services) noexcept;
+
+    cppmicroservices::BundleContext context;
+    const std::shared_ptr<Executor> executor;
+    const LinkChanged linkChanged;
+    const std::string framework;
+    std::shared_ptr<Wants> wants;
+    cppmicroservices::ServiceRegistration<cppmicroservices::ServiceListenerHook> hook;
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool closed = false;
+    std::set<std::shared_ptr<PeerLink>> links;
+    std::map<const PeerLink*, Registrations> imported; // of the changes, one at a time
+
+    // Changes of the registry, one after another, since listeners run meanwhile.
+    std::deque<std::function<void()>> changes;
+    bool changing = false;
+};
+
+} // namespace agent::orvi::remoting::details

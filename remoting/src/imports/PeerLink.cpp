@@ -1,0 +1,147 @@
+#include "imports/PeerLink.hpp"
+
+#include "wire/FrameCodec.hpp"
+#include "wire/FrameLimits.hpp"
+
+#include <orvi/remoting/Errors.hpp>
+
+#include <utility>
+
+namespace agent::orvi::remoting::details {
+
+PeerLink::PeerLink(
+    std::shared_ptr<Connection> connection, std::shared_ptr<Receiver> receiver, std::string address,
+    std::string framework)
+    : peerConnection(std::move(connection))
+    , receiver(std::move(receiver))
+    , peerAddress(std::move(address))
+    , ownFramework(std::move(framework)) {}
+
+void PeerLink::open() {
+    v1::Frame greeting;
+    v1::Hello& hello = *greeting.mutable_hello();
+    hello.set_major(protocolMajor);
+    hello.set_minor(protocolMinor);
+    hello.set_framework(ownFramework);
+    {
+        const std::lock_guard lock(mutex);
+        outgoing.push_front(std::move(greeting));
+        stream = peerConnection->open(StreamKind::control, shared_from_this());
+        stream->receive();
+    }
+    sendNext();
+}
+
+void PeerLink::change(const Wants::Want& want, bool wanted) {
+    v1::Frame change;
+    {
+        const std::lock_guard lock(mutex);
+        if (wanted) {
+            unsettled.insert(want.number);
+            change.mutable_want()->set_id(want.number);
+            change.mutable_want()->set_filter(want.filter);
+        } else {
+            unsettled.erase(want.number);
+            change.mutable_unwant()->set_id(want.number);
+        }
+        outgoing.push_back(std::move(change));
+    }
+    sendNext();
+}
+
+bool PeerLink::isSettled() {
+    const std::lock_guard lock(mutex);
+    return ready && unsettled.empty();
+}
+
+void PeerLink::sendNext() {
+    const std::lock_guard lock(mutex);
+    if (stream && !sending && !outgoing.empty()) {
+        sending = true;
+        OutgoingFrame next = encodeFrame(outgoing.front());
+        outgoing.pop_front();
+        stream->send(std::move(next));
+    }
+}
+
+void PeerLink::sent() {
+    {
+        const std::lock_guard lock(mutex);
+        sending = false;
+    }
+    sendNext();
+}
+
+void PeerLink::received(google::protobuf::io::ZeroCopyInputStream& input, std::size_t size) {
+    FrameReader(input, size).readHead(frame);
+    if (frame.has_hello()) {
+        greeted(frame.hello());
+    } else if (!isGreeted) {
+        throw ProtocolError("The endpoint does not greet first.");
+    }
+    switch (frame.body_case()) {
+    case v1::Frame::kOffer:
+        receiver->offered(*this, frame.offer());
+        break;
+    case v1::Frame::kWithdrawal:
+        receiver->withdrawn(*this, frame.withdrawal().service());
+        break;
+    case v1::Frame::kSettled: {
+        {
+            const std::lock_guard lock(mutex);
+            unsettled.erase(frame.settled().id());
+        }
+        receiver->settled(*this);
+        break;
+    }
+    case v1::Frame::kHello:
+    case v1::Frame::BODY_NOT_SET:
+        break;
+    default:
+        throw ProtocolError("A control stream carries nothing but offers to the importer.");
+    }
+    const std::lock_guard lock(mutex);
+    if (stream) {
+        stream->receive();
+    }
+}
+
+void PeerLink::greeted(const v1::Hello& hello) {
+    if (std::exchange(isGreeted, true)) {
+        throw ProtocolError("The endpoint greets twice.");
+    }
+    std::shared_ptr<Stream> open;
+    {
+        const std::lock_guard lock(mutex);
+        open = stream;
+    }
+    if (hello.major() != protocolMajor) {
+        open->cancel(
+            {StreamEnd::Kind::versionMismatch,
+             "The endpoint speaks version " + std::to_string(hello.major()) +
+                 " of the protocol, the importer version " + std::to_string(protocolMajor) + "."});
+        return;
+    }
+    if (hello.framework() == ownFramework) {
+        open->cancel({StreamEnd::Kind::cancelled, "The endpoint is of this process."});
+        return;
+    }
+    endpointId = hello.endpoint();
+    frameworkId = hello.framework();
+    {
+        const std::lock_guard lock(mutex);
+        ready = true;
+    }
+    receiver->connected(*this);
+}
+
+void PeerLink::ended(const StreamEnd& end) {
+    {
+        const std::lock_guard lock(mutex);
+        stream.reset();
+        outgoing.clear();
+    }
+    receiver->lost(*this, end);
+}
+
+} // namespace agent::orvi::remoting::details

@@ -1,0 +1,88 @@
+#pragma once
+
+#include "carrier/Carrier.hpp"
+#include "imports/Wants.hpp"
+#include "wire/Messages.hpp"
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+
+namespace agent::orvi::remoting::details {
+
+/// The control stream to one endpoint: tells it what is looked for and hears what it has.
+///
+/// Thread safety: thread-safe.
+class PeerLink final : public StreamEvents, public std::enable_shared_from_this<PeerLink> {
+public:
+    /// Receives the peer's news, one at a time and in order. It must not wait.
+    class Receiver {
+    public:
+        virtual void connected(PeerLink& link) = 0;
+        virtual void offered(PeerLink& link, const v1::Offer& offer) = 0;
+        virtual void withdrawn(PeerLink& link, std::uint64_t service) = 0;
+        virtual void settled(PeerLink& link) = 0;
+        virtual void lost(PeerLink& link, const StreamEnd& end) = 0;
+
+    protected:
+        ~Receiver() = default;
+    };
+
+    /// @param address names the peer.
+    /// @param framework this process's own framework, whose services are not imported.
+    PeerLink(
+        std::shared_ptr<Connection> connection, std::shared_ptr<Receiver> receiver,
+        std::string address, std::string framework);
+
+    /// Open the stream. `lost` is the last that is heard.
+    void open();
+
+    /// Tell the peer that a filter is looked with, or no more.
+    void change(const Wants::Want& want, bool wanted);
+
+    /// Say whether the peer has offered what is looked for.
+    bool isSettled();
+
+    const std::shared_ptr<Connection>& connection() const noexcept { return peerConnection; }
+
+    const std::string& address() const noexcept { return peerAddress; }
+
+    /// Return the names that the peer has given. Once it is connected.
+    const std::string& endpoint() const noexcept { return endpointId; }
+
+    const std::string& peerFramework() const noexcept { return frameworkId; }
+
+    void received(google::protobuf::io::ZeroCopyInputStream& frame, std::size_t size) override;
+    void sent() override;
+    void ended(const StreamEnd& end) override;
+
+private:
+    void greeted(const v1::Hello& hello);
+    void enqueue(v1::Frame frame);
+    void sendNext();
+
+    const std::shared_ptr<Connection> peerConnection;
+    const std::shared_ptr<Receiver> receiver;
+    const std::string peerAddress;
+    const std::string ownFramework;
+
+    // Of the events, one at a time:
+    v1::Frame frame;
+    bool isGreeted = false;
+    std::string endpointId;
+    std::string frameworkId;
+
+    std::mutex mutex;
+    std::shared_ptr<Stream> stream;
+    std::deque<v1::Frame> outgoing;
+    bool sending = false;
+    bool ready = false; // the peer has greeted
+    std::set<std::uint64_t> unsettled;
+};
+
+} // namespace agent::orvi::remoting::details

@@ -1,0 +1,73 @@
+#include "imports/Wants.hpp"
+
+#include <orvi/core/Invokable.hpp>
+
+#include <algorithm>
+#include <cctype>
+#include <string_view>
+
+namespace agent::orvi::remoting::details {
+namespace {
+
+bool sameLetter(char a, char b) {
+    return std::tolower(static_cast<unsigned char>(a)) ==
+           std::tolower(static_cast<unsigned char>(b));
+}
+
+bool contains(const std::string& text, std::string_view part) {
+    return std::search(text.begin(), text.end(), part.begin(), part.end(), sameLetter) !=
+           text.end();
+}
+
+/// Say whether a filter looks for services of the kind that other processes offer. Listeners that
+/// take whatever comes are not a reason to fetch everything there is.
+bool mayBeRemote(const std::string& filter) {
+    return contains(filter, "orvi.servicename") ||
+           contains(filter, us_service_interface_iid<core::Invokable>());
+}
+
+} // namespace
+
+void Wants::Added(const std::vector<ListenerInfo>& listeners) {
+    const std::lock_guard lock(mutex);
+    for (const ListenerInfo& listener : listeners) {
+        const std::string filter = listener.GetFilter();
+        if (listener.IsRemoved() || !mayBeRemote(filter) ||
+            !filters.emplace(listener, filter).second) {
+            continue;
+        }
+        const auto [entry, isNew] = wanted.try_emplace(filter, Wanted{lastNumber + 1, 0});
+        ++entry->second.listeners;
+        if (isNew) {
+            ++lastNumber;
+            changed({entry->second.number, filter}, true);
+        }
+    }
+}
+
+void Wants::Removed(const std::vector<ListenerInfo>& listeners) {
+    const std::lock_guard lock(mutex);
+    for (const ListenerInfo& listener : listeners) {
+        const auto known = filters.find(listener);
+        if (known == filters.end()) {
+            continue;
+        }
+        const auto entry = wanted.find(known->second);
+        filters.erase(known);
+        if (--entry->second.listeners == 0) {
+            changed({entry->second.number, entry->first}, false);
+            wanted.erase(entry);
+        }
+    }
+}
+
+void Wants::forEach(
+    const std::function<void(const Want& want)>& visit, const std::function<void()>& done) const {
+    const std::lock_guard lock(mutex);
+    for (const auto& [filter, entry] : wanted) {
+        visit({entry.number, filter});
+    }
+    done();
+}
+
+} // namespace agent::orvi::remoting::details
