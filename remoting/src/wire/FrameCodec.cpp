@@ -1,5 +1,7 @@
 #include "wire/FrameCodec.hpp"
 
+#include "wire/EncodedFields.hpp"
+
 #include <orvi/remoting/Errors.hpp>
 
 #include <array>
@@ -14,16 +16,7 @@ namespace {
 
 using google::protobuf::io::CodedOutputStream;
 
-/// How the encoding of a field goes on after its tag.
-enum class WireType : std::uint32_t { varint = 0, fixed64 = 1, length = 2, fixed32 = 5 };
-
-constexpr std::uint32_t wireTypeBits = 3;
-
-constexpr std::uint32_t tagOf(int field, WireType type) {
-    return static_cast<std::uint32_t>(field) << wireTypeBits | static_cast<std::uint32_t>(type);
-}
-
-constexpr std::uint32_t dataTag = tagOf(v1::Frame::kDataFieldNumber, WireType::length);
+constexpr std::uint32_t dataTag = tagOf(v1::Frame::kDataFieldNumber, FieldForm::length);
 static_assert(dataTag < 0x80, "the tag of the data is one byte");
 
 std::size_t varintSize(std::size_t value) {
@@ -67,6 +60,13 @@ google::protobuf::Message* bodyOf(v1::Frame& frame, int field) {
     }
 }
 
+bool parse(google::protobuf::Message& message, const void* bytes, int size) {
+    return isWellFormed(
+               {static_cast<const char*>(bytes), static_cast<std::size_t>(size)},
+               *message.GetDescriptor()) &&
+           message.ParsePartialFromArray(bytes, size);
+}
+
 } // namespace
 
 OutgoingFrame encodeFrame(const v1::Frame& head, Bytes data) {
@@ -103,18 +103,18 @@ std::size_t dataRoom(std::size_t headSize) noexcept {
 }
 
 FrameReader::FrameReader(google::protobuf::io::ZeroCopyInputStream& source, std::size_t size)
-    : source(source)
-    , unread(size) {}
+    : input(&source)
+    , frameSize(size) {}
 
 void FrameReader::readHead(v1::Frame& frame) {
     frame.Clear();
-    if (unread > maximumFrameSize) {
-        throw ProtocolError(tooLong(unread));
+    if (frameSize > maximumFrameSize) {
+        throw ProtocolError(tooLong(frameSize));
     }
-    resume();
-    for (std::uint32_t tag = input->ReadTag(); tag != dataTag; tag = input->ReadTag()) {
+    input.PushLimit(static_cast<int>(frameSize));
+    for (std::uint32_t tag = input.ReadTag(); tag != dataTag; tag = input.ReadTag()) {
         if (tag == 0) {
-            if (input->BytesUntilLimit() != 0 || !input->ConsumedEntireMessage()) {
+            if (input.BytesUntilLimit() != 0 || !input.ConsumedEntireMessage()) {
                 throw malformed();
             }
             return;
@@ -136,7 +136,7 @@ void FrameReader::readData(char* destination, std::size_t size) {
 
 bool FrameReader::tryReadData(char* destination, std::size_t size) noexcept {
     assert(size <= remaining);
-    if (!input->ReadRaw(destination, static_cast<int>(size))) {
+    if (!input.ReadRaw(destination, static_cast<int>(size))) {
         return false;
     }
     remaining -= size;
@@ -144,66 +144,42 @@ bool FrameReader::tryReadData(char* destination, std::size_t size) noexcept {
 }
 
 void FrameReader::skipData() {
-    if (!input->Skip(static_cast<int>(std::exchange(remaining, 0)))) {
+    if (!input.Skip(static_cast<int>(std::exchange(remaining, 0)))) {
         throw malformed();
     }
 }
 
-/// Read on from where the source stands.
-void FrameReader::resume() {
-    input.emplace(&source);
-    input->PushLimit(static_cast<int>(unread));
-}
-
 bool FrameReader::readField(v1::Frame& frame, std::uint32_t tag) {
-    const int field = static_cast<int>(tag >> wireTypeBits);
-    if (tag == tagOf(field, WireType::length)) {
+    const int field = fieldOf(tag);
+    if (tag == tagOf(field, FieldForm::length)) {
         if (google::protobuf::Message* const body = bodyOf(frame, field)) {
             return readMessage(*body);
         }
     }
-    return skipField(tag);
+    return skipField(input, tag);
 }
 
 bool FrameReader::readMessage(google::protobuf::Message& message) {
     int size = 0;
-    if (!input->ReadVarintSizeAsInt(&size) || size > input->BytesUntilLimit()) {
+    if (!input.ReadVarintSizeAsInt(&size) || size > input.BytesUntilLimit()) {
         return false;
     }
-    unread = static_cast<std::size_t>(input->BytesUntilLimit() - size);
-    // The message must know where it ends: of a CodedInputStream it does not, and would reserve
-    // memory for texts that are longer than what is left of the frame.
-    input.reset();
-    const bool read = message.MergePartialFromBoundedZeroCopyStream(&source, size);
-    resume();
-    return read;
+    const void* bytes = nullptr;
+    int available = 0;
+    if (input.GetDirectBufferPointer(&bytes, &available) && available >= size) {
+        return parse(message, bytes, size) && input.Skip(size);
+    }
+    std::string copy; // heads are short: it is rarely that one lies across two slices
+    return input.ReadString(&copy, size) && parse(message, copy.data(), size);
 }
 
 bool FrameReader::readDataSize() {
     int size = 0;
-    if (!input->ReadVarintSizeAsInt(&size) || size != input->BytesUntilLimit()) {
+    if (!input.ReadVarintSizeAsInt(&size) || size != input.BytesUntilLimit()) {
         return false;
     }
     remaining = static_cast<std::size_t>(size);
     return true;
-}
-
-bool FrameReader::skipField(std::uint32_t tag) {
-    const std::uint32_t field = tag >> wireTypeBits;
-    int size = 0;
-    std::uint64_t number = 0;
-    switch (static_cast<WireType>(tag & ((1U << wireTypeBits) - 1))) {
-    case WireType::varint:
-        return field != 0 && input->ReadVarint64(&number);
-    case WireType::fixed64:
-        return field != 0 && input->Skip(8);
-    case WireType::length:
-        return field != 0 && input->ReadVarintSizeAsInt(&size) && input->Skip(size);
-    case WireType::fixed32:
-        return field != 0 && input->Skip(4);
-    default:
-        return false; // groups, which the protocol has never had, and nonsense
-    }
 }
 
 } // namespace agent::orvi::remoting::details

@@ -8,7 +8,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <string>
 
 namespace agent::orvi::remoting::details {
@@ -30,8 +29,8 @@ std::size_t dataRoom(std::size_t headSize) noexcept;
 /// Decodes one frame as it arrives: the head first, then the data, in as many pieces as its
 /// receiver wants.
 ///
-/// It reads at most `size` bytes of the source and must not outlive it. Fields that it does not know
-/// are ignored. After an exception the frame is of no use.
+/// It reads at most `size` bytes of the source and must not outlive it. Fields that it does not
+/// know are ignored. After an exception the frame is of no use.
 ///
 /// Thread safety: single-thread.
 class FrameReader {
@@ -65,15 +64,12 @@ public:
     void skipData();
 
 private:
-    void resume();
     bool readField(v1::Frame& frame, std::uint32_t tag);
     bool readMessage(google::protobuf::Message& message);
     bool readDataSize();
-    bool skipField(std::uint32_t tag);
 
-    google::protobuf::io::ZeroCopyInputStream& source;
-    std::optional<google::protobuf::io::CodedInputStream> input;
-    std::size_t unread;        // of the frame, when `input` was made
+    google::protobuf::io::CodedInputStream input;
+    std::size_t frameSize;
     std::size_t remaining = 0; // of the data
 };
 

@@ -24,4 +24,7 @@ constexpr std::size_t maximumErrorType = std::size_t{4} * 1024;
 /// Lists and maps inside of each other in the value of a service property.
 constexpr int maximumNesting = 16;
 
+/// Messages inside of each other; an offer with the deepest values has fewer.
+constexpr int maximumMessageDepth = 64;
+
 } // namespace agent::orvi::remoting::details

@@ -123,8 +123,7 @@ void check(const v1::Slot& slot) {
 
 } // namespace
 
-void IncomingMessage::begin(
-    const google::protobuf::RepeatedPtrField<v1::Slot>& slots, std::uint64_t trustedBytes) {
+void IncomingMessage::begin(const google::protobuf::RepeatedPtrField<v1::Slot>& slots) {
     *this = IncomingMessage();
     if (static_cast<std::size_t>(slots.size()) > maximumSlots) {
         throw ProtocolError("A message has too many slots.");
@@ -133,7 +132,6 @@ void IncomingMessage::begin(
         check(slot);
         addSlot(slot);
     }
-    reserve(trustedBytes);
 }
 
 void IncomingMessage::addSlot(const v1::Slot& slot) {

@@ -68,25 +68,32 @@ private:
 /// One request or answer that arrives in frames.
 ///
 /// Everything that a peer sends is checked before it is used, and memory is not allocated for what
-/// it only announces: at any time it is at most eight times what has come, and what the receiver
-/// trusts it with.
+/// it only announces: it is a few times what has come, at least what the receiver trusts it with.
 ///
 /// Thread safety: single-thread.
 class IncomingMessage {
 public:
     /// Start with the slots of a request or an answer; whatever was there before is dropped.
+    /// Allocates nothing for texts.
     ///
     /// A slot whose type this side does not know holds a value that no method takes. One that held
     /// a future holds a broken one, one that was empty is empty: reading them fails as it would
     /// have failed at the sender.
     ///
-    /// @param slots what the peer sent.
-    /// @param trustedBytes memory that may be reserved for texts at once.
     /// @throws ProtocolError when there are more slots than `maximumSlots`, or one has numbers that
     ///         do not fit its type, a length that is not a text's, or the lengths do not fit a
     ///         number of 64 bits.
+    void begin(const google::protobuf::RepeatedPtrField<v1::Slot>& slots);
+
+    /// Reserve memory for the texts that were announced, in total at most so many bytes.
+    void reserve(std::uint64_t trustedBytes);
+
+    /// Start, and reserve memory at once.
     void
-    begin(const google::protobuf::RepeatedPtrField<v1::Slot>& slots, std::uint64_t trustedBytes);
+    begin(const google::protobuf::RepeatedPtrField<v1::Slot>& slots, std::uint64_t trustedBytes) {
+        begin(slots);
+        reserve(trustedBytes);
+    }
 
     /// Read the data of the next frame into the texts.
     ///
@@ -110,7 +117,6 @@ private:
     };
 
     void addSlot(const v1::Slot& slot);
-    void reserve(std::uint64_t trustedBytes);
     static void appendTo(const Text& text, FrameReader& frame, std::size_t count);
 
     core::GenericPayload payload;
