@@ -17,6 +17,7 @@
 #include <utility>
 
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace agent::orvi::remoting::details {
@@ -35,12 +36,21 @@ constexpr std::uint32_t directoryLost = IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOU
 /// How long to wait before the directory is made again: whoever removes it may not be ready.
 constexpr std::chrono::milliseconds untilMadeAgain{100};
 
+/// How often to look whether the directory is still the one that is watched. The kernel says that
+/// it was removed only once nothing of it is in use any more, and a socket keeps it in use for as
+/// long as it is open, removed or not.
+constexpr std::chrono::seconds directoryCheck{5};
+
+/// The same after something was removed from it: who removes all of it is done soon.
+constexpr std::chrono::milliseconds directoryCheckAfterRemoval{100};
+
 /// How often to look where nothing can be watched.
 constexpr std::chrono::seconds withoutWatch{1};
 
 /// What some events together say.
 struct Changes {
     std::set<std::string> names;
+    bool removal = false;
     bool lost = false;     // the directory
     bool overflow = false; // of the events
 };
@@ -48,6 +58,7 @@ struct Changes {
 void add(Changes& changes, const inotify_event& event, const char* name) {
     changes.overflow = changes.overflow || (event.mask & IN_Q_OVERFLOW) != 0;
     changes.lost = changes.lost || (event.mask & directoryLost) != 0;
+    changes.removal = changes.removal || (event.mask & IN_DELETE) != 0;
     if (event.len == 0) {
         return;
     }
@@ -58,6 +69,16 @@ void add(Changes& changes, const inotify_event& event, const char* name) {
             changes.names.insert(std::move(*endpoint));
         }
     }
+}
+
+/// The device and the number of an open directory.
+using Identity = std::pair<dev_t, ino_t>;
+
+Identity identityOf(const Descriptor& directory) {
+    struct stat status {};
+
+    checked(::fstat(directory.get(), &status), [] { return "Runtime directory"; });
+    return {status.st_dev, status.st_ino};
 }
 
 /// Read the events that are there.
@@ -110,6 +131,7 @@ public:
         }
         if (watched) {
             wait();
+            checkDirectoryAfter(directoryCheck);
         } else {
             followAfter(withoutWatch);
         }
@@ -132,7 +154,7 @@ public:
 private:
     bool watch() {
         try {
-            directory.make();
+            identity = identityOf(directory.make());
             Descriptor watching(
                 checked(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC), [] { return "inotify"; }));
             checked(::inotify_add_watch(watching.get(), directory.path().c_str(), interest), [] {
@@ -172,12 +194,43 @@ private:
         });
     }
 
+    void checkDirectoryAfter(std::chrono::milliseconds time) {
+        timer.expires_after(time);
+        timer.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
+            if (error || self->closed) {
+                return;
+            }
+            if (self->isSameDirectory()) {
+                self->checkDirectoryAfter(directoryCheck);
+            } else {
+                self->followAnew();
+            }
+        });
+    }
+
+    bool isSameDirectory() const {
+        try {
+            return identityOf(directory.open()) == identity;
+        } catch (const std::system_error&) {
+            return false;
+        }
+    }
+
+    void followAnew() {
+        unwatch();
+        list();
+        if (!closed) {
+            followAfter(untilMadeAgain);
+        }
+    }
+
     void takeChanges() {
         const Changes changes = readChanges(inotify.native_handle());
         if (changes.lost) {
-            unwatch();
-            list();
-        } else if (changes.overflow) {
+            followAnew();
+            return;
+        }
+        if (changes.overflow) {
             list();
         } else {
             for (const std::string& name : changes.names) {
@@ -187,10 +240,10 @@ private:
         if (closed) {
             return;
         }
-        if (changes.lost) {
-            followAfter(untilMadeAgain);
-        } else {
-            wait();
+        wait();
+        const auto soon = std::chrono::steady_clock::now() + directoryCheckAfterRemoval;
+        if (changes.removal && timer.expiry() > soon) {
+            checkDirectoryAfter(directoryCheckAfterRemoval);
         }
     }
 
@@ -242,6 +295,7 @@ private:
     const OwnEndpoints ownEndpoints;
     boost::asio::posix::stream_descriptor inotify;
     boost::asio::steady_timer timer;
+    Identity identity; // of the directory that is watched
     std::set<std::string> known;
     bool closed = false;
 };

@@ -12,7 +12,7 @@ namespace agent::orvi::remoting::details {
 ///
 /// Their files are watched, not polled. Only where the system allows no more watches, and while the
 /// directory cannot be used, is it looked at once a second. What dead processes left behind is
-/// removed. A directory that is removed is made again.
+/// removed. A directory that is removed is made again, some seconds later in the worst case.
 ///
 /// A process that is killed while a forked child of it lives on leaves no trace that can be
 /// watched: who has lost the connection to an endpoint therefore asks for it to be checked.
