@@ -110,8 +110,8 @@ void ControlSession::offered(std::uint64_t service) {
     tell(Offered{service});
 }
 
-void ControlSession::withdrawn(std::uint64_t service) {
-    tell(Withdrawn{service});
+void ControlSession::withdrawn(std::uint64_t service, bool unwanted) {
+    tell(Withdrawn{service, unwanted});
 }
 
 /// Take note of something to be sent. It is sent later, because the table may tell it with its own
@@ -166,6 +166,7 @@ bool ControlSession::encode(const News& item, OutgoingFrame& outgoing) {
         hello.set_endpoint(name.endpoint);
     } else if (const auto* withdrawal = std::get_if<Withdrawn>(&item)) {
         frame.mutable_withdrawal()->set_service(withdrawal->service);
+        frame.mutable_withdrawal()->set_unwanted(withdrawal->unwanted);
     } else if (const auto* settled = std::get_if<Settled>(&item)) {
         frame.mutable_settled()->set_id(settled->want);
     } else {

@@ -38,7 +38,7 @@ public:
     void sayGoodbye();
 
     void offered(std::uint64_t service) override;
-    void withdrawn(std::uint64_t service) override;
+    void withdrawn(std::uint64_t service, bool unwanted) override;
 
 private:
     struct Offered {
@@ -47,6 +47,7 @@ private:
 
     struct Withdrawn {
         std::uint64_t service;
+        bool unwanted;
     };
 
     struct Settled {

@@ -191,7 +191,7 @@ void ExportTable::erase(std::uint64_t number) {
     services.erase(found);
     for (auto& [audience, listener] : listeners) {
         if (listener.offered.erase(number) > 0) {
-            audience->withdrawn(number);
+            audience->withdrawn(number, false);
         }
     }
 }
@@ -230,7 +230,7 @@ bool ExportTable::unwant(Audience& audience, std::uint64_t number) {
     for (auto entry = listener.offered.begin(); entry != listener.offered.end();) {
         const ExportedService& service = *services.at(entry->first);
         if (want->filter.Match(service.asMap) && --entry->second == 0) {
-            audience.withdrawn(entry->first);
+            audience.withdrawn(entry->first, true);
             entry = listener.offered.erase(entry);
         } else {
             ++entry;

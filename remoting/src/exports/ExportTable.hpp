@@ -28,7 +28,9 @@ namespace agent::orvi::remoting::details {
 class Audience {
 public:
     virtual void offered(std::uint64_t service) = 0;
-    virtual void withdrawn(std::uint64_t service) = 0;
+
+    /// @param unwanted the service is still there, but no look-up matches it any more.
+    virtual void withdrawn(std::uint64_t service, bool unwanted) = 0;
 
 protected:
     ~Audience() = default;

@@ -180,8 +180,12 @@ void GrpcServer::streamOpened(StreamKind kind, const std::shared_ptr<ServerStrea
         ++streams;
     }
     std::shared_ptr<StreamEvents> events;
-    if (!full) {
-        events = acceptStream(kind, stream, namesOf(stream->context()));
+    try {
+        if (!full) {
+            events = acceptStream(kind, stream, namesOf(stream->context()));
+        }
+    } catch (const std::exception&) {
+        // There is no memory for it: the endpoint is full.
     }
     if (!events) {
         struct Nobody final : StreamEvents {

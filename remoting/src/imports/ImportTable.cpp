@@ -22,8 +22,9 @@ bool isLocal(const std::string& key) {
            key == cppmicroservices::Constants::SERVICE_SCOPE;
 }
 
-cppmicroservices::ServiceProperties propertiesOf(const PeerLink& link, const v1::Offer& offer) {
-    cppmicroservices::ServiceProperties properties;
+cppmicroservices::AnyMap propertiesOf(const PeerLink& link, const v1::Offer& offer) {
+    cppmicroservices::AnyMap properties(
+        cppmicroservices::AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS);
     for (auto& [key, value] : decodeProperties(offer)) {
         if (!isLocal(key)) {
             properties[key] = std::move(value);
@@ -34,6 +35,15 @@ cppmicroservices::ServiceProperties propertiesOf(const PeerLink& link, const v1:
     properties["endpoint.id"] = link.endpoint() + "/" + std::to_string(offer.service());
     properties["endpoint.framework.uuid"] = link.peerFramework();
     return properties;
+}
+
+cppmicroservices::ServiceProperties
+registrationProperties(const cppmicroservices::AnyMap& properties) {
+    cppmicroservices::ServiceProperties result;
+    for (const auto& [key, value] : properties) {
+        result[key] = value;
+    }
+    return result;
 }
 
 } // namespace
@@ -110,25 +120,39 @@ void ImportTable::offered(PeerLink& link, const v1::Offer& offer) {
 }
 
 void ImportTable::import(const std::shared_ptr<PeerLink>& link, const v1::Offer& offer) {
+    Import import{offer.SerializeAsString(), propertiesOf(*link, offer), {}};
+    Imports& services = imported[link.get()];
+    const auto known = services.find(offer.service());
+    if (known != services.end() && known->second.offer == import.offer) {
+        return; // it was unwanted for a moment
+    }
+    if (!wants->match(import.properties)) {
+        return; // nobody looks for it, any more or at all
+    }
     auto service = ImportedService::make(
         {link->connection(), executor, offer.service(), link->address()}, offer.interface());
-    auto registration = context.RegisterService<core::Invokable>(
-        std::static_pointer_cast<core::Invokable>(std::move(service)), propertiesOf(*link, offer));
-    Registrations replaced;
-    auto& services = imported[link.get()];
-    if (auto known = services.extract(offer.service())) {
-        replaced.insert(std::move(known));
+    import.registration = context.RegisterService<core::Invokable>(
+        std::static_pointer_cast<core::Invokable>(std::move(service)),
+        registrationProperties(import.properties));
+    Imports replaced;
+    if (known != services.end()) {
+        replaced.insert(services.extract(known));
     }
-    services.emplace(offer.service(), std::move(registration));
+    services.emplace(offer.service(), std::move(import));
     drop(std::move(replaced));
 }
 
-void ImportTable::withdrawn(PeerLink& link, std::uint64_t service) {
-    enqueue([this, from = link.shared_from_this(), service] {
-        Registrations ended;
-        if (auto known = imported[from.get()].extract(service)) {
-            ended.insert(std::move(known));
+void ImportTable::withdrawn(PeerLink& link, const v1::Withdrawal& withdrawal) {
+    enqueue([this, from = link.shared_from_this(), service = withdrawal.service(),
+             unwanted = withdrawal.unwanted()] {
+        Imports& services = imported[from.get()];
+        const auto known = services.find(service);
+        // Somebody may have begun to look for it again, and may be about to use it.
+        if (known == services.end() || (unwanted && wants->match(known->second.properties))) {
+            return;
         }
+        Imports ended;
+        ended.insert(services.extract(known));
         drop(std::move(ended));
     });
 }
@@ -139,7 +163,7 @@ void ImportTable::settled(PeerLink&) {
 
 void ImportTable::lost(PeerLink& link, const StreamEnd& end) {
     enqueue([this, from = link.shared_from_this(), end] {
-        Registrations ended;
+        Imports ended;
         if (auto known = imported.extract(from.get())) {
             ended = std::move(known.mapped());
         }
@@ -155,10 +179,10 @@ void ImportTable::lost(PeerLink& link, const StreamEnd& end) {
     });
 }
 
-void ImportTable::drop(Registrations services) noexcept {
-    for (auto& [number, registration] : services) {
+void ImportTable::drop(Imports services) noexcept {
+    for (auto& [number, import] : services) {
         try {
-            registration.Unregister();
+            import.registration.Unregister();
         } catch (...) {
             // The framework has stopped and has dropped it already.
         }

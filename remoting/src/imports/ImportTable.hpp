@@ -5,6 +5,7 @@
 
 #include <orvi/core/Invokable.hpp>
 
+#include <cppmicroservices/AnyMap.h>
 #include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/ServiceRegistration.h>
 
@@ -61,19 +62,26 @@ public:
 
     void connected(PeerLink& link) override;
     void offered(PeerLink& link, const v1::Offer& offer) override;
-    void withdrawn(PeerLink& link, std::uint64_t service) override;
+    void withdrawn(PeerLink& link, const v1::Withdrawal& withdrawal) override;
     void settled(PeerLink& link) override;
     void lost(PeerLink& link, const StreamEnd& end) override;
 
 private:
     using Registration = cppmicroservices::ServiceRegistration<core::Invokable>;
-    using Registrations = std::map<std::uint64_t, Registration>;
+
+    struct Import {
+        std::string offer; // as it came
+        cppmicroservices::AnyMap properties;
+        Registration registration;
+    };
+
+    using Imports = std::map<std::uint64_t, Import>; // by the exporter's number
 
     void wantChanged(const Wants::Want& want, bool wanted);
     void enqueue(std::function<void()> change);
     void runChanges();
     void import(const std::shared_ptr<PeerLink>& link, const v1::Offer& offer);
-    void drop(Registrations services) noexcept;
+    void drop(Imports services) noexcept;
 
     cppmicroservices::BundleContext context;
     const std::shared_ptr<Executor> executor;
@@ -86,7 +94,7 @@ private:
     std::condition_variable changed;
     bool closed = false;
     std::set<std::shared_ptr<PeerLink>> links;
-    std::map<const PeerLink*, Registrations> imported; // of the changes, one at a time
+    std::map<const PeerLink*, Imports> imported; // of the changes, one at a time
 
     // Changes of the registry, one after another, since listeners run meanwhile.
     std::deque<std::function<void()>> changes;

@@ -84,7 +84,7 @@ void PeerLink::received(google::protobuf::io::ZeroCopyInputStream& input, std::s
         receiver->offered(*this, frame.offer());
         break;
     case v1::Frame::kWithdrawal:
-        receiver->withdrawn(*this, frame.withdrawal().service());
+        receiver->withdrawn(*this, frame.withdrawal());
         break;
     case v1::Frame::kSettled: {
         {

@@ -25,7 +25,7 @@ public:
     public:
         virtual void connected(PeerLink& link) = 0;
         virtual void offered(PeerLink& link, const v1::Offer& offer) = 0;
-        virtual void withdrawn(PeerLink& link, std::uint64_t service) = 0;
+        virtual void withdrawn(PeerLink& link, const v1::Withdrawal& withdrawal) = 0;
         virtual void settled(PeerLink& link) = 0;
         virtual void lost(PeerLink& link, const StreamEnd& end) = 0;
 

@@ -36,7 +36,8 @@ void Wants::Added(const std::vector<ListenerInfo>& listeners) {
             !filters.emplace(listener, filter).second) {
             continue;
         }
-        const auto [entry, isNew] = wanted.try_emplace(filter, Wanted{lastNumber + 1, 0});
+        const auto [entry, isNew] = wanted.try_emplace(
+            filter, Wanted{lastNumber + 1, 0, cppmicroservices::LDAPFilter(filter)});
         ++entry->second.listeners;
         if (isNew) {
             ++lastNumber;
@@ -59,6 +60,27 @@ void Wants::Removed(const std::vector<ListenerInfo>& listeners) {
             wanted.erase(entry);
         }
     }
+}
+
+bool Wants::match(const cppmicroservices::AnyMap& properties) const {
+    std::vector<cppmicroservices::LDAPFilter> filters;
+    {
+        const std::lock_guard lock(mutex);
+        // Nearly every look-up is for a name: no need to try all of them.
+        const auto name = properties.find("orvi.servicename");
+        if (name != properties.end() && name->second.Type() == typeid(std::string) &&
+            wanted.contains(
+                "(orvi.servicename=" + cppmicroservices::any_cast<std::string>(name->second) +
+                ")")) {
+            return true;
+        }
+        for (const auto& [text, entry] : wanted) {
+            filters.push_back(entry.filter);
+        }
+    }
+    return std::any_of(filters.begin(), filters.end(), [&](const auto& filter) {
+        return filter.Match(properties);
+    });
 }
 
 void Wants::forEach(

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cppmicroservices/AnyMap.h>
+#include <cppmicroservices/LDAPFilter.h>
 #include <cppmicroservices/ServiceListenerHook.h>
 
 #include <cstddef>
@@ -33,6 +35,9 @@ public:
     void Added(const std::vector<ListenerInfo>& listeners) override;
     void Removed(const std::vector<ListenerInfo>& listeners) override;
 
+    /// Say whether somebody looks for a service with these properties.
+    bool match(const cppmicroservices::AnyMap& properties) const;
+
     /// Call `visit` with every filter and then `done`, while none comes or goes.
     void forEach(
         const std::function<void(const Want& want)>& visit,
@@ -42,6 +47,7 @@ private:
     struct Wanted {
         std::uint64_t number;
         std::size_t listeners;
+        cppmicroservices::LDAPFilter filter;
     };
 
     const Changed changed;
