@@ -155,8 +155,7 @@ void CallSession::request(const v1::Frame& head, FrameReader& reader) {
         if (request.one_way()) {
             stream->receive();
         } else {
-            // Who does not listen to refusals is not listened to.
-            reply(OutgoingMessage::failure(std::current_exception()), true);
+            reply(OutgoingMessage::failure(std::current_exception()));
         }
         return;
     }
@@ -220,10 +219,6 @@ void CallSession::start() {
         number = ++callNumber;
         answered = false;
     }
-    if (!oneWay) {
-        // To notice that the client has gone.
-        stream->receive();
-    }
     executor.post([self = shared_from_this(), number] {
         if (self->terms->oneAtATime) {
             self->service->queue->run([self, number](std::shared_ptr<CallQueue::Turn> turn) {
@@ -275,15 +270,14 @@ void CallSession::respond(OutgoingMessage message, std::uint64_t number) {
     if (wasOneWay) {
         stream->receive();
     } else {
-        reply(std::move(message), false);
+        reply(std::move(message));
     }
 }
 
-void CallSession::reply(OutgoingMessage message, bool thenReceive) {
+void CallSession::reply(OutgoingMessage message) {
     {
         const std::lock_guard lock(mutex);
         outgoing = std::move(message);
-        receiveDue = thenReceive;
     }
     sendNext();
 }
@@ -320,17 +314,19 @@ void CallSession::sendNext() {
     }
     OutgoingFrame next = outgoing->next();
     sending = true;
-    if (!outgoing->hasNext()) {
-        outgoing.reset();
-        share = {};
-        if (state == State::running) {
-            state = State::idle;
-        }
-        if (std::exchange(receiveDue, false)) {
-            stream->receive();
-        }
+    if (outgoing->hasNext()) {
+        stream->send(std::move(next));
+        return;
+    }
+    outgoing.reset();
+    share = {};
+    if (state == State::running) {
+        state = State::idle;
     }
     stream->send(std::move(next));
+    // Who does not listen to answers is not listened to. Besides, what a carrier has to say about
+    // its readiness to receive travels with the answer.
+    stream->receive();
 }
 
 bool CallSession::isGone() {

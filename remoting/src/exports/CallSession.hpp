@@ -69,7 +69,7 @@ private:
     void start();
     void invoke(const std::shared_ptr<RunningCall>& call);
     void respond(OutgoingMessage message, std::uint64_t number);
-    void reply(OutgoingMessage message, bool thenReceive);
+    void reply(OutgoingMessage message);
     void sendNext();
     bool isGone();
 
@@ -98,7 +98,6 @@ private:
     bool answered = true;         // it has been
     CallBudget::Share share;      // of the call that is running or being answered
     std::optional<OutgoingMessage> outgoing;
-    bool receiveDue = false; // once that has been sent
 };
 
 } // namespace agent::orvi::remoting::details

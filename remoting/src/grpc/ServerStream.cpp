@@ -8,8 +8,13 @@
 
 namespace agent::orvi::remoting::details {
 
+ServerStream::ServerStream() {
+    serverContext.AsyncNotifyWhenDone(&leaving);
+}
+
 void ServerStream::begin(std::shared_ptr<StreamEvents> receiver, Executor::Task whenEnded) {
     const std::lock_guard lock(mutex);
+    leaving.underWay = true;
     self = shared_from_this();
     events = std::move(receiver);
     onEnd = std::move(whenEnded);
@@ -109,13 +114,26 @@ void ServerStream::callFinished(bool) {
     concludeIfDone();
 }
 
+/// The call is over, or the peer has cancelled it or is gone: nobody need be reading to learn that.
+void ServerStream::peerLeft(bool) {
+    {
+        const std::lock_guard lock(mutex);
+        leaving.underWay = false;
+        if (!ending && serverContext.IsCancelled()) {
+            ending = StreamEnd{StreamEnd::Kind::disconnected, "The importer is gone."};
+        }
+        finishIfIdle();
+    }
+    concludeIfDone();
+}
+
 void ServerStream::concludeIfDone() {
     std::shared_ptr<ServerStream> last;
     std::shared_ptr<StreamEvents> receiver;
     Executor::Task whenEnded;
     {
         const std::lock_guard lock(mutex);
-        if (!finished || reading.underWay) {
+        if (!finished || reading.underWay || leaving.underWay) {
             return;
         }
         last = std::move(self);

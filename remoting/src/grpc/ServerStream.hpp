@@ -18,7 +18,7 @@ class ServerStream final : public Stream, public std::enable_shared_from_this<Se
 public:
     using Call = grpc::ServerAsyncReaderWriter<grpc::ByteBuffer, grpc::ByteBuffer>;
 
-    ServerStream() = default;
+    ServerStream();
 
     /// What a service needs to wait for a peer to open this.
     grpc::ServerContext& context() noexcept { return serverContext; }
@@ -56,6 +56,7 @@ private:
     void messageRead(bool ok);
     void messageWritten(bool ok);
     void callFinished(bool ok);
+    void peerLeft(bool ok);
     void finishIfIdle();
     void concludeIfDone();
 
@@ -73,6 +74,7 @@ private:
     Step reading{*this, &ServerStream::messageRead};
     Step writing{*this, &ServerStream::messageWritten};
     Step finishing{*this, &ServerStream::callFinished};
+    Step leaving{*this, &ServerStream::peerLeft}; // from the opening to the very end
 };
 
 } // namespace agent::orvi::remoting::details

@@ -86,12 +86,14 @@ void ClientSession::begin(
             reading = false;
             abandonDue = false;
         }
-        if (!reading) {
-            reading = true;
-            stream->receive();
-        }
     }
     sendNext();
+    const std::lock_guard lock(mutex);
+    // Only now: what a carrier has to say about its readiness to receive travels with the request.
+    if (stream && !reading) {
+        reading = true;
+        stream->receive();
+    }
 }
 
 /// The caller waits no longer: without the answer the stream is of no use.
