@@ -1,0 +1,49 @@
+#include "terminal/Descriptors.hpp"
+
+#include "terminal/Failure.hpp"
+
+#include <cerrno>
+#include <system_error>
+
+#include <poll.h>
+#include <unistd.h>
+
+namespace agent::orvi::tool {
+namespace {
+
+/// Somebody else may have made the descriptor non-blocking: it is shared between processes.
+void awaitAfterError(int descriptor, short event, const char* what) {
+    if (errno == EAGAIN) {
+        pollfd ready{descriptor, event, 0};
+        ::poll(&ready, 1, -1);
+    } else if (errno != EINTR) {
+        throw std::system_error(errno, std::generic_category(), what);
+    }
+}
+
+} // namespace
+
+void writeOutput(std::string_view data) {
+    while (!data.empty()) {
+        const ssize_t written = ::write(STDOUT_FILENO, data.data(), data.size());
+        if (written >= 0) {
+            data.remove_prefix(static_cast<std::size_t>(written));
+        } else if (errno == EPIPE) {
+            throw OutputClosed();
+        } else {
+            awaitAfterError(STDOUT_FILENO, POLLOUT, "cannot write the standard output");
+        }
+    }
+}
+
+std::size_t readInput(std::span<char> space) {
+    for (;;) {
+        const ssize_t got = ::read(STDIN_FILENO, space.data(), space.size());
+        if (got >= 0) {
+            return static_cast<std::size_t>(got);
+        }
+        awaitAfterError(STDIN_FILENO, POLLIN, "cannot read the standard input");
+    }
+}
+
+} // namespace agent::orvi::tool
