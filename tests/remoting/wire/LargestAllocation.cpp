@@ -1,0 +1,39 @@
+#include "remoting/wire/LargestAllocation.hpp"
+
+#include <algorithm>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+thread_local std::size_t largest = 0;
+
+} // namespace
+
+void* operator new(std::size_t size) {
+    largest = std::max(largest, size);
+    if (void* memory = std::malloc(size == 0 ? 1 : size)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+namespace agent::orvi::remoting::details::test {
+
+LargestAllocation::LargestAllocation() noexcept {
+    largest = 0;
+}
+
+std::size_t LargestAllocation::size() const noexcept {
+    return largest;
+}
+
+} // namespace agent::orvi::remoting::details::test
