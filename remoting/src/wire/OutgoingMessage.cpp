@@ -120,14 +120,14 @@ OutgoingMessage OutgoingMessage::failure(const std::exception_ptr& error) {
     return {frame, GenericPayload()};
 }
 
-OutgoingMessage::OutgoingMessage(const v1::Frame& head, GenericPayload&& payload)
-    : head(encodeFrame(head).head) {
-    const Slots& slots = head.has_request() ? head.request().slots() : head.answer().slots();
-    for (const v1::Slot& slot : slots) {
-        totalBytes += slot.length();
+OutgoingMessage::OutgoingMessage(const v1::Frame& first, GenericPayload&& values)
+    : head(encodeFrame(first).head) {
+    const Slots& slots = first.has_request() ? first.request().slots() : first.answer().slots();
+    for (const v1::Slot& each : slots) {
+        totalBytes += each.length();
     }
     if (totalBytes > 0) {
-        this->payload = std::make_shared<const GenericPayload>(std::move(payload));
+        payload = std::make_shared<const GenericPayload>(std::move(values));
         findText();
     }
 }

@@ -51,7 +51,7 @@ public:
     std::uint64_t byteCount() const noexcept { return totalBytes; }
 
 private:
-    OutgoingMessage(const v1::Frame& head, core::GenericPayload&& payload);
+    OutgoingMessage(const v1::Frame& first, core::GenericPayload&& values);
 
     void findText();
     Bytes nextData(std::size_t room);

@@ -67,7 +67,7 @@ TEST(FrameCodecTest, ReadsBackEachKindOfFrame) {
     for (const v1::Frame& head : oneOfEach()) {
         for (const std::string& data : {""s, "x"s, patternOf(200), patternOf(20000)}) {
             const std::string bytes = encoded(encodeFrame(head, bytesOf(data)));
-            for (const std::size_t sliceSize : {1, 2, 3, 5, 7, 8192}) {
+            for (const std::size_t sliceSize : {1U, 2U, 3U, 5U, 7U, 8192U}) {
                 const ReadFrame frame = readFrame(bytes, sliceSize);
                 EXPECT_TRUE(MessageDifferencer::Equals(frame.head, head))
                     << frame.head.DebugString();
@@ -109,7 +109,7 @@ TEST(FrameCodecTest, LeavesTheDataWhereTheyAre) {
 TEST(FrameCodecTest, FillsAFrameToTheLastByte) {
     // Around the heads that leave room for data whose length takes one, two and three bytes.
     std::vector<std::size_t> sizes = {0, 1, 2, 3};
-    for (const std::size_t length : {0, 127, 128, 16383, 16384}) {
+    for (const std::size_t length : {0U, 127U, 128U, 16383U, 16384U}) {
         for (std::size_t size = 0; size < 10; ++size) {
             sizes.push_back(maximumFrameSize - length - size);
         }
@@ -260,7 +260,7 @@ TEST(FrameReaderTest, RefusesMessagesThatAreNestedTooDeeply) {
 TEST(FrameReaderTest, ReservesNoMemoryForTextsThatCannotBeThere) {
     // A text of 50 MB, inside of a property that claims to be longer than its offer.
     const std::string spoilt = "\x22\x0c\x12\xff\xff\xff\xff\x07\x0a\x80\xe1\xeb\x17x"s;
-    for (const std::size_t sliceSize : {1, 100}) {
+    for (const std::size_t sliceSize : {1U, 100U}) {
         const LargestAllocation largest;
         EXPECT_THAT(
             [&] { readFrame(spoilt, sliceSize); },

@@ -193,7 +193,7 @@ TEST(IncomingMessageTest, HoldsAValueThatNoMethodTakesForTypesOfLaterVersions) {
         {slotOf(v1::OTHER, {1, 2}), slotOf(static_cast<v1::Type>(50)), future, empty, otherState});
     GenericPayload payload = message.take();
     ASSERT_EQ(payload.size(), 5U);
-    for (const std::size_t slot : {0, 1, 2, 4}) {
+    for (const std::size_t slot : {0U, 1U, 2U, 4U}) {
         EXPECT_THAT(
             [&] { payload.take<int>(slot); }, throwsExactly<core::BadAnyCast>("Bad any_cast"))
             << slot;
