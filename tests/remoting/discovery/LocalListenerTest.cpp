@@ -258,7 +258,7 @@ TEST_F(LocalListenerTest, ClosesTheConnectionsOfOtherUsers) {
     ASSERT_EQ(::chmod(directoryPath().c_str(), 0755), 0);
     ASSERT_EQ(::chmod(listener->path().c_str(), 0666), 0);
     test::PeerProcess peer({"connect-as", listener->path(), "12345"});
-    EXPECT_EQ(peer.readLine(), "0"); // the end of the connection
+    EXPECT_EQ(peer.readLine(), "end");
     drain();
     EXPECT_THAT(sockets.all(), IsEmpty());
 }

@@ -6,6 +6,7 @@
 #include "discovery/LocalAddress.hpp"
 #include "discovery/LocalPeers.hpp"
 #include "discovery/RuntimeDirectory.hpp"
+#include "remoting/discovery/Sockets.hpp"
 
 #include <cstdlib>
 #include <filesystem>
@@ -18,13 +19,13 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
 
 using namespace agent::orvi::remoting::details;
+namespace test = agent::orvi::remoting::test;
 
 using Arguments = std::vector<std::string>;
 
@@ -173,16 +174,11 @@ int connectAs(const Arguments& arguments) {
         return 1;
     }
     // connectLocal would refuse this by itself.
-    const Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    arguments.at(0).copy(address.sun_path, sizeof(address.sun_path) - 1);
-    if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) !=
-        0) {
+    const Descriptor socket = test::newLocalSocket();
+    if (test::withPath(::connect, socket.get(), arguments.at(0)) != 0) {
         return 2;
     }
-    char byte = 0;
-    std::cout << ::read(socket.get(), &byte, 1) << std::endl;
+    std::cout << test::readFrom(socket.get()) << std::endl;
     return 0;
 }
 

@@ -198,23 +198,25 @@ TEST_F(TargetPeersTest, StartsWithShortTimesAgainOnceItWasConnected) {
 }
 
 TEST_F(TargetPeersTest, HoldsUpNothingWhileANameServiceIsSlow) {
-    const auto answer = std::make_shared<std::promise<void>>();
-    const auto answered = std::make_shared<std::shared_future<void>>(answer->get_future());
-    auto peers = find(
-        {"slow:80", "quick:80"},
-        [answered](const HostPort& host) {
-            if (host.host == "slow") {
-                answered->wait();
-            }
-            return std::vector<HostPort>{{"192.0.2.1", 80}};
-        },
-        {});
+    std::promise<void> answer;
+    const auto slow = std::make_shared<std::shared_future<void>>(answer.get_future());
+    auto resolver = [slow](const HostPort& host) {
+        if (host.host == "slow") {
+            slow->wait();
+        }
+        return std::vector<HostPort>{{"192.0.2.1", 80}};
+    };
+    std::optional<Housekeeper> other(std::in_place);
+    std::optional<TargetPeers> peers(
+        std::in_place, *other, Targets{"slow:80", "quick:80"}, log(), logFailure(),
+        std::move(resolver), TargetPeers::Backoff{});
     EXPECT_THAT(
         resolved.waitFor(1),
         ElementsAre(ElementsAre(TargetAddress{"quick:80", "quick", {"192.0.2.1", 80}})));
     peers.reset();
-    housekeeper.stop();
-    answer->set_value();
+    other.reset();
+    answer.set_value();
+    EXPECT_TRUE(test::eventually([&] { return slow.use_count() == 1; }));
     EXPECT_THAT(resolved.all(), SizeIs(1));
 }
 

@@ -8,8 +8,14 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <array>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <functional>
 #include <optional>
+#include <string>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -134,8 +140,25 @@ Connection tcpConnection() {
         Descriptor(::accept4(listening.get(), nullptr, nullptr, SOCK_CLOEXEC)), std::move(there)};
 }
 
-class HangUpWatchTest : public test::HousekeeperFixture,
-                        public testing::WithParamInterface<Connection (*)()> {
+/// Count the descriptors in all of this process's epoll sets.
+int watchedDescriptors() {
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fdinfo")) {
+        std::ifstream information(entry.path());
+        for (std::string line; std::getline(information, line);) {
+            count += line.starts_with("tfd:") ? 1 : 0;
+        }
+    }
+    return count;
+}
+
+enum class Kind { local, tcp };
+
+Connection connect(Kind kind) {
+    return kind == Kind::local ? localConnection() : tcpConnection();
+}
+
+class HangUpWatchTest : public test::HousekeeperFixture, public testing::WithParamInterface<Kind> {
 protected:
     HangUpWatch watchHere() {
         return watchHangUp(housekeeper, connection.here.get(), [this] { events.add(1); });
@@ -148,12 +171,13 @@ protected:
         EXPECT_THAT(events.all(), ElementsAre(1));
     }
 
-    Connection connection = GetParam()();
+    Connection connection = connect(GetParam());
     EventLog<int> events;
 };
 
-INSTANTIATE_TEST_SUITE_P(Local, HangUpWatchTest, testing::Values(localConnection));
-INSTANTIATE_TEST_SUITE_P(Tcp, HangUpWatchTest, testing::Values(tcpConnection));
+INSTANTIATE_TEST_SUITE_P(
+    Connections, HangUpWatchTest, testing::Values(Kind::local, Kind::tcp),
+    [](const auto& kind) { return kind.param == Kind::local ? "Local" : "Tcp"; });
 
 TEST_P(HangUpWatchTest, CallsBackOnceWhenThePeerCloses) {
     const HangUpWatch watch = watchHere();
@@ -239,6 +263,17 @@ TEST_P(HangUpWatchTest, DoesNotCallBackAfterItsEndEvenIfTheSocketIsOpenElsewhere
     EXPECT_THAT(events.all(), IsEmpty());
 }
 
+TEST_P(HangUpWatchTest, LeavesNothingInTheKernelEvenIfTheSocketIsOpenElsewhere) {
+    drain();
+    const auto before = watchedDescriptors();
+    const Descriptor elsewhere(::dup(connection.here.get()));
+    std::optional<HangUpWatch> watch(watchHere());
+    const auto meanwhile = watchedDescriptors();
+    EXPECT_GT(meanwhile, before);
+    watch.reset();
+    EXPECT_EQ(watchedDescriptors(), meanwhile - 1);
+}
+
 TEST_P(HangUpWatchTest, CanBeDestroyedByItsCallback) {
     std::optional<HangUpWatch> watch;
     housekeeper.runAndWait([&] {
@@ -255,7 +290,7 @@ TEST_P(HangUpWatchTest, WatchesManyAtOnce) {
     std::vector<Connection> connections;
     std::vector<HangUpWatch> watches;
     for (int i = 0; i < 200; ++i) {
-        connections.push_back(GetParam()());
+        connections.push_back(connect(GetParam()));
         watches.push_back(
             watchHangUp(housekeeper, connections.back().here.get(), [this, i] { events.add(i); }));
     }
