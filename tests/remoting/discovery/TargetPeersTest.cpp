@@ -199,7 +199,7 @@ TEST_F(TargetPeersTest, StartsWithShortTimesAgainOnceItWasConnected) {
 
 TEST_F(TargetPeersTest, HoldsUpNothingWhileANameServiceIsSlow) {
     std::promise<void> answer;
-    const auto slow = std::make_shared<std::shared_future<void>>(answer.get_future());
+    auto slow = std::make_shared<std::shared_future<void>>(answer.get_future());
     auto resolver = [slow](const HostPort& host) {
         if (host.host == "slow") {
             slow->wait();
