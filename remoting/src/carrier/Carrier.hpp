@@ -29,6 +29,7 @@ struct Bytes {
 struct OutgoingFrame {
     std::string head;
     Bytes data;
+    bool moreFollow = false; ///< The next frame is there already; both may go together.
 };
 
 /// Why a stream has ended.

@@ -315,6 +315,7 @@ void CallSession::sendNext() {
     OutgoingFrame next = outgoing->next();
     sending = true;
     if (outgoing->hasNext()) {
+        next.moreFollow = true;
         stream->send(std::move(next));
         return;
     }

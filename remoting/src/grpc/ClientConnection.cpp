@@ -2,6 +2,7 @@
 
 #include "grpc/ClientStream.hpp"
 #include "grpc/Credentials.hpp"
+#include "grpc/Throughput.hpp"
 
 #include <grpcpp/create_channel_posix.h>
 #include <grpcpp/grpcpp.h>
@@ -33,6 +34,7 @@ int openProcess(pid_t process) {
 
 std::shared_ptr<ClientConnection> ClientConnection::local(
     std::shared_ptr<Reactor> reactor, int socket, pid_t process, Keepalive keepalive) {
+    growSendBuffer(socket);
     auto channel =
         grpc::CreateCustomInsecureChannelFromFd("localhost", socket, clientArguments(keepalive));
     return std::make_shared<ClientConnection>(std::move(reactor), std::move(channel), process);
@@ -54,7 +56,9 @@ ClientConnection::ClientConnection(
     : reactor(std::move(reactor))
     , channel(std::move(channel))
     , stub(this->channel)
-    , processDescriptor(openProcess(process)) {}
+    , processDescriptor(openProcess(process)) {
+    keepFreedBlocks();
+}
 
 ClientConnection::~ClientConnection() {
     if (processDescriptor >= 0) {

@@ -24,11 +24,12 @@ void ClientStream::begin(const std::string& method) {
 }
 
 void ClientStream::send(OutgoingFrame frame) {
+    const grpc::WriteOptions options = optionsOf(frame);
     const grpc::ByteBuffer message = toMessage(std::move(frame));
     const std::lock_guard lock(mutex);
     if (!over && !finishing.underWay) {
         writing.underWay = true;
-        call->Write(message, &writing);
+        call->Write(message, options, &writing);
     }
 }
 

@@ -1,5 +1,6 @@
 #include "grpc/Credentials.hpp"
 
+#include "grpc/Throughput.hpp"
 #include "wire/FrameLimits.hpp"
 
 #include <grpcpp/security/tls_certificate_provider.h>
@@ -43,6 +44,7 @@ grpc::ChannelArguments clientArguments(Keepalive keepalive) {
     arguments.SetInt(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, static_cast<int>(keepalive.timeout.count()));
     arguments.SetInt(GRPC_ARG_KEEPALIVE_PERMIT_WITHOUT_CALLS, 1);
     arguments.SetInt(GRPC_ARG_HTTP2_MAX_PINGS_WITHOUT_DATA, 0);
+    arguments.SetInt(GRPC_ARG_HTTP2_WRITE_BUFFER_SIZE, bytesSentTogether);
     // Each connection is one of ours alone, and a call that was lost must not be sent twice.
     arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
     arguments.SetInt(GRPC_ARG_ENABLE_RETRIES, 0);

@@ -37,6 +37,14 @@ grpc::ByteBuffer toMessage(OutgoingFrame frame) {
     return {parts.data(), parts.size()};
 }
 
+grpc::WriteOptions optionsOf(const OutgoingFrame& frame) {
+    grpc::WriteOptions options;
+    if (frame.moreFollow) {
+        options.set_buffer_hint();
+    }
+    return options;
+}
+
 void deliver(StreamEvents& events, grpc::ByteBuffer& message) {
     const std::size_t size = message.Length();
     grpc::ProtoBufferReader reader(&message);

@@ -1,6 +1,7 @@
 #include "grpc/GrpcServer.hpp"
 
 #include "grpc/Credentials.hpp"
+#include "grpc/Throughput.hpp"
 #include "wire/FrameLimits.hpp"
 
 #include <grpcpp/ext/proto_server_reflection_plugin.h>
@@ -45,6 +46,7 @@ void setArguments(grpc::ServerBuilder& builder, const ServerSettings& settings) 
         GRPC_ARG_MAX_CONCURRENT_STREAMS,
         static_cast<int>(std::min<std::size_t>(settings.streams + 1, std::size_t{1} << 30)));
     builder.AddChannelArgument("grpc.server_handshake_timeout_ms", handshakeTimeMs);
+    builder.AddChannelArgument(GRPC_ARG_HTTP2_WRITE_BUFFER_SIZE, bytesSentTogether);
 }
 
 void addNames(
@@ -113,6 +115,7 @@ private:
 GrpcServer::GrpcServer(const ServerSettings& settings, AcceptStream acceptStream)
     : acceptStream(std::move(acceptStream))
     , maximumStreams(settings.streams) {
+    keepFreedBlocks();
     grpc::ServerBuilder builder;
     setArguments(builder, settings);
     builder.RegisterService(&service);
@@ -143,6 +146,7 @@ GrpcServer::~GrpcServer() {
 }
 
 void GrpcServer::serveLocal(int socket) {
+    growSendBuffer(socket);
     hand(*localAcceptor, socket);
 }
 

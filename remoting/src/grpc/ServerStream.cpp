@@ -22,11 +22,12 @@ void ServerStream::begin(std::shared_ptr<StreamEvents> receiver, Executor::Task 
 }
 
 void ServerStream::send(OutgoingFrame frame) {
+    const grpc::WriteOptions options = optionsOf(frame);
     const grpc::ByteBuffer message = toMessage(std::move(frame));
     const std::lock_guard lock(mutex);
     if (!ending) {
         writing.underWay = true;
-        readerWriter.Write(message, &writing);
+        readerWriter.Write(message, options, &writing);
     }
 }
 

@@ -128,6 +128,7 @@ void ClientSession::sendNext() {
         next = encodeFrame(abandon);
     } else if (outgoing && outgoing->hasNext()) {
         next = outgoing->next();
+        next.moreFollow = outgoing->hasNext();
     } else {
         return;
     }
