@@ -1,5 +1,7 @@
 #include "bridge/Bridge.hpp"
 
+#include "bridge/ProcessEnd.hpp"
+
 #include <cppmicroservices/BundleEvent.h>
 #include <cppmicroservices/Framework.h>
 #include <cppmicroservices/ServiceEvent.h>
@@ -90,6 +92,7 @@ void Bridge::serviceChanged(const ServiceEvent& event) {
 }
 
 void Bridge::addProvider(const cppmicroservices::ServiceReference<ServiceProvider>& reference) {
+    ProcessEnd::watch();
     const long id = serviceId(reference);
     const auto entry = std::make_shared<OfferingProvider>();
     {

@@ -1,6 +1,7 @@
 #include "bridge/InterfaceDirectory.hpp"
 
 #include "bridge/LocalInvokable.hpp"
+#include "bridge/ProcessEnd.hpp"
 
 #include <cppmicroservices/ServiceProperties.h>
 
@@ -26,7 +27,7 @@ registrationProperties(const ServiceInterface& description, bool exported) {
 
 void unregister(cppmicroservices::ServiceRegistrationBase& registration) noexcept {
     try {
-        if (registration) {
+        if (registration && !ProcessEnd::hasBegun()) {
             registration.Unregister();
         }
     } catch (...) {
@@ -125,7 +126,9 @@ void InterfaceDirectory::unconfigure(const std::string& name, bool everywhere) n
     // Also waits for what others are closing: it may be what this configuration was made for.
     closeWithdrawn(name, {});
     try {
-        showExports(name);
+        if (!ProcessEnd::hasBegun()) {
+            showExports(name);
+        }
     } catch (...) {
         // A framework that has stopped has dropped the service already.
     }

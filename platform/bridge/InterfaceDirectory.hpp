@@ -57,8 +57,8 @@ public:
     ///        "service.exported.interfaces" while one configuration says so.
     void configure(const std::string& name, bool everywhere);
 
-    /// Count one configuration less, which was given with the same arguments. After the last, none of the interface's methods runs any more
-    /// when this returns; see CallGate::close.
+    /// Count one configuration less, which was given with the same arguments. After the last, none
+    /// of the interface's methods runs any more when this returns; see CallGate::close.
     void unconfigure(const std::string& name, bool everywhere) noexcept;
 
 private:
@@ -66,8 +66,8 @@ private:
 
     struct Entry {
         std::size_t configurations = 0;
-        std::size_t exports = 0; // configurations for other processes, too
-        std::vector<std::shared_ptr<const Offer>> offers;     // in order of their numbers
+        std::size_t exports = 0;                          // configurations for other processes, too
+        std::vector<std::shared_ptr<const Offer>> offers; // in order of their numbers
         std::list<std::shared_ptr<Publication>> publications; // until their last calls have ended
     };
 

@@ -1,5 +1,7 @@
 #include "bridge/ProcessFramework.hpp"
 
+#include "bridge/ProcessEnd.hpp"
+
 #include <cppmicroservices/FrameworkFactory.h>
 
 #include <foundation/cppmicroservices/getFramework.hpp>
@@ -96,6 +98,10 @@ std::shared_ptr<::cppmicroservices::Framework> getFramework() {
 
 void setFramework(std::shared_ptr<::cppmicroservices::Framework> framework) {
     ProcessFramework::ofProcess().set(std::move(framework));
+}
+
+bool processIsEnding() noexcept {
+    return agent::orvi::core::detail::ProcessEnd::hasBegun();
 }
 
 } // namespace foundation::cppmicroservices

@@ -1,5 +1,7 @@
 #include "streambuf/StreamBufferImpl.hpp"
 
+#include <foundation/cppmicroservices/getFramework.hpp>
+
 namespace agent::orvi::streambuf::details {
 
 StreamBufferImpl::StreamBufferImpl(
@@ -25,7 +27,7 @@ StreamBufferImpl::StreamBufferImpl(
 
 StreamBufferImpl::~StreamBufferImpl() {
     try {
-        if (registration) {
+        if (registration && !foundation::cppmicroservices::processIsEnding()) {
             registration.Unregister();
         }
         configuration.reset();

@@ -89,6 +89,11 @@ const std::map<std::string, std::function<void()>> orders = {
          foundation::cppmicroservices::getFramework();
          makeStatic(false);
      }},
+    {"static-made-with-its-device",
+     [] {
+         static StreamBuffer published = publish();
+         use(published);
+     }},
     {"connected-outlives-publisher",
      [] {
          StreamBuffer published = publish();
