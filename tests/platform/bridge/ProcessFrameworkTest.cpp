@@ -108,11 +108,11 @@ TEST_F(ProcessFrameworkTest, TakesAHostsStartedFramework) {
     hosts->Start();
     const auto provider = hosts->GetBundleContext().RegisterService<ServiceProvider>(
         std::make_shared<FixedProvider>(std::vector{makeInterface("earlier")}));
-    directory.configure("earlier");
+    directory.configure("earlier", false);
     shared.set(hosts);
     EXPECT_EQ(shared.get(), hosts);
     EXPECT_EQ(hosts->GetBundleContext().GetServiceReferences<Invokable>().size(), 1U);
-    directory.unconfigure("earlier");
+    directory.unconfigure("earlier", false);
     EXPECT_TRUE(isBridged(*hosts));
     EXPECT_EQ(made.size(), 1U);
 }
