@@ -61,7 +61,7 @@ HostPort parseHostPort(const std::string& text) {
             return result;
         }
     }
-    throw std::invalid_argument("\"" + text + "\" is neither \"host:port\" nor \"[address]:port\"");
+    throw std::invalid_argument('"' + text + R"(" is neither "host:port" nor "[address]:port")");
 }
 
 std::string toText(const HostPort& hostPort) {

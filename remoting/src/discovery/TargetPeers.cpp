@@ -158,12 +158,11 @@ private:
                 Answer answer = ask(resolver, host);
                 const std::lock_guard lock(wayBack->mutex);
                 if (wayBack->context != nullptr) {
-                    boost::asio::post(
-                        *wayBack->context, [weak, text, answer = std::move(answer)]() mutable {
-                            if (const auto self = weak.lock(); self && !self->closed) {
-                                self->take(text, std::move(answer));
-                            }
-                        });
+                    boost::asio::post(*wayBack->context, [weak, text, answer = std::move(answer)] {
+                        if (const auto self = weak.lock(); self && !self->closed) {
+                            self->take(text, answer);
+                        }
+                    });
                 }
             }).detach();
         } catch (const std::system_error& error) {
