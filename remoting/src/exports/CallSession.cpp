@@ -44,13 +44,16 @@ public:
 
     /// Nobody has answered: the caller learns it as a local one does.
     ~RunningCall() {
-        fail(std::make_exception_ptr(std::future_error(std::future_errc::broken_promise)));
+        if (!responded) {
+            fail(std::make_exception_ptr(std::future_error(std::future_errc::broken_promise)));
+        }
     }
 
     RunningCall(const RunningCall&) = delete;
     RunningCall& operator=(const RunningCall&) = delete;
 
     void succeed(core::GenericPayload result) {
+        responded = true;
         turn.reset();
         try {
             session->respond(OutgoingMessage::answer(std::move(result)), number);
@@ -60,6 +63,7 @@ public:
     }
 
     void fail(const std::exception_ptr& error) noexcept {
+        responded = true;
         turn.reset();
         try {
             session->respond(OutgoingMessage::failure(error), number);
@@ -73,6 +77,7 @@ private:
     const std::shared_ptr<CallSession> session;
     const std::uint64_t number;
     std::shared_ptr<void> turn;
+    std::atomic<bool> responded{false};
 };
 
 CallSession::CallSession(
