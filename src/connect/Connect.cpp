@@ -38,7 +38,8 @@ std::uint64_t parseBufferSize(const std::string& text) {
     }
 }
 
-/// Return the service object for one stream buffer alone, where the service tells its clients apart.
+/// Return the service object for one stream buffer alone, where the service tells its clients
+/// apart.
 std::shared_ptr<core::Invokable> connect(const std::shared_ptr<core::Invokable>& service) {
     auto* const connectable = dynamic_cast<core::Connectable*>(service.get());
     return connectable != nullptr ? connectable->connect() : service;

@@ -19,8 +19,8 @@
 #include <future>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -145,8 +145,8 @@ protected:
     }
 
     /// Put a configuration in force whose one publisher names `interfaces`.
-    Configuration configure(
-        const std::vector<std::string>& interfaces, std::set<std::string> connections = {}) {
+    Configuration
+    configure(const std::vector<std::string>& interfaces, std::set<std::string> connections = {}) {
         frameworksetup::ConfigurationDescription description;
         description.publishers.push_back(
             {"publisher", "kind", std::move(connections), {}, {}, {}, {}});

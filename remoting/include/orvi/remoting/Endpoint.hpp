@@ -51,14 +51,16 @@ struct EndpointOptions {
     /// Allow TCP without TLS on loopback addresses, where every local user can connect.
     bool plainLoopback = false;
 
-    CallOrder callOrder = CallOrder::oneAtATime;
+    CallOrder callOrder = CallOrder::oneAtATime; ///< How calls of one service are run.
 
     /// Give each connected stream buffer its own position on devices that can seek: before a call,
     /// the position that another one moved is put back. Ignored with concurrent calls.
     bool positionPerConnection = false;
 
-    std::vector<AccessRule> access; ///< Who may call what; empty: every peer that can connect.
-    EndpointLimits limits;
+    /// Who may call what. Empty: every peer that can connect may call everything.
+    std::vector<AccessRule> access;
+
+    EndpointLimits limits;    ///< What peers may use at most.
     std::size_t threads = 64; ///< Threads that may run methods at a time; at least 1.
 
     /// A silent peer is asked for a sign of life after this time …
@@ -92,8 +94,11 @@ public:
     /// Close, as `close` does.
     ~Endpoint();
 
-    Endpoint(Endpoint&&) noexcept;
-    Endpoint& operator=(Endpoint&&) noexcept;
+    /// Take over what `other` does; it may only be destroyed or assigned to then.
+    Endpoint(Endpoint&& other) noexcept;
+
+    /// Close this endpoint, then take over what `other` does, as construction does.
+    Endpoint& operator=(Endpoint&& other) noexcept;
     Endpoint(const Endpoint&) = delete;
     Endpoint& operator=(const Endpoint&) = delete;
 

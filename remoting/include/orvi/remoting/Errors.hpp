@@ -37,6 +37,8 @@ public:
         unresponsive  ///< The peer, or the way to it, has been silent for the keepalive time.
     };
 
+    /// @param cause how it was lost.
+    /// @param text names the peer and what is known of it.
     PeerLost(Cause cause, const std::string& text);
     ~PeerLost() override;
 

@@ -40,12 +40,17 @@ struct ImporterOptions {
 
 /// One endpoint that an importer knows. A value.
 struct PeerStatus {
-    enum class State { connecting, connected, failed };
+    /// How far the connection has come.
+    enum class State {
+        connecting, ///< Nothing is known yet.
+        connected,  ///< The endpoint is asked for what is looked for.
+        failed      ///< There is none; it is tried again as long as the endpoint is to be found.
+    };
 
-    std::string address; ///< "unix:" and a path, or "host:port".
-    State state = State::connecting;
-    std::string endpoint; ///< The endpoint's name, once connected.
-    std::string error;    ///< Why it is not connected, if it failed.
+    std::string address;             ///< "unix:" and a path, or "host:port".
+    State state = State::connecting; ///< How far the connection has come.
+    std::string endpoint;            ///< The endpoint's name, once connected.
+    std::string error;               ///< Why it is not connected, if it failed.
 };
 
 /// Makes services of other processes available in this process's service registry for as long as
@@ -73,8 +78,11 @@ public:
     /// Close, as `close` does.
     ~Importer();
 
-    Importer(Importer&&) noexcept;
-    Importer& operator=(Importer&&) noexcept;
+    /// Take over what `other` does; it may only be destroyed or assigned to then.
+    Importer(Importer&& other) noexcept;
+
+    /// Close this importer, then take over what `other` does, as construction does.
+    Importer& operator=(Importer&& other) noexcept;
     Importer(const Importer&) = delete;
     Importer& operator=(const Importer&) = delete;
 
