@@ -188,11 +188,14 @@ private:
     void socketGone(const std::filesystem::path& socket) {
         present.erase(socket);
         retries.erase(socket);
-        const std::lock_guard lock(mutex);
-        const auto status = statuses.find("unix:" + socket.string());
-        if (status != statuses.end() && status->second.state != PeerStatus::State::connected) {
-            statuses.erase(status);
+        {
+            const std::lock_guard lock(mutex);
+            const auto status = statuses.find("unix:" + socket.string());
+            if (status != statuses.end() && status->second.state != PeerStatus::State::connected) {
+                statuses.erase(status);
+            }
         }
+        table->lookAgain();
     }
 
     void retrySocket(const std::filesystem::path& socket) {
@@ -279,8 +282,11 @@ private:
         }
         processes.erase(socket);
         if (own || !present.contains(socket)) {
-            const std::lock_guard lock(mutex);
-            statuses.erase(address);
+            {
+                const std::lock_guard lock(mutex);
+                statuses.erase(address);
+            }
+            table->lookAgain();
             return;
         }
         if (localPeers) {
@@ -291,8 +297,11 @@ private:
 
     /// Any thread.
     void setStatus(PeerStatus status) {
-        const std::lock_guard lock(mutex);
-        statuses[status.address] = std::move(status);
+        {
+            const std::lock_guard lock(mutex);
+            statuses[status.address] = std::move(status);
+        }
+        table->lookAgain();
     }
 
     std::vector<std::shared_ptr<ClientConnection>> takeConnections() {

@@ -104,6 +104,9 @@ void Reactor::finish(Wait& wait) {
     const std::lock_guard lock(mutex);
     setOver(wait);
     wakeOf(wait).notify_one();
+    if (led == &wait && collection.reactor != this) {
+        kickLeader(); // it waits at the queue, which hears nothing of this
+    }
 }
 
 void Reactor::stop(TimePoint timeLimit) noexcept {
@@ -268,6 +271,7 @@ void Reactor::lead(Lock& lock, bool briefly) {
 /// Handle events as a caller until its own wait is over.
 void Reactor::leadFor(Lock& lock, Wait& wait, std::optional<TimePoint> timeLimit) {
     leader = Leader::caller;
+    led = &wait;
     std::deque<Task> posted;
     lock.unlock();
     bool handled = true;
@@ -283,6 +287,7 @@ void Reactor::leadFor(Lock& lock, Wait& wait, std::optional<TimePoint> timeLimit
     }
     lock.lock();
     leader = Leader::none;
+    led = nullptr;
 }
 
 /// Tell whoever should that nobody looks after the queue.

@@ -103,6 +103,7 @@ private:
     std::size_t resting = 0; // threads without a task, the leading one not counted
     std::size_t running = 0; // tasks
     Leader leader = Leader::none;
+    const Wait* led = nullptr;         // what a leading caller waits for
     bool watched = false;              // a resting thread looks at times whether somebody leads
     bool leadAtOnce = false;           // whoever rests should lead although a task is running
     std::uint64_t activity = 0;        // of tasks and callers

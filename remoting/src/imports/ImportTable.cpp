@@ -158,7 +158,7 @@ void ImportTable::withdrawn(PeerLink& link, const v1::Withdrawal& withdrawal) {
 }
 
 void ImportTable::settled(PeerLink&) {
-    enqueue([] {}); // after what was offered before
+    lookAgain(); // after what was offered before
 }
 
 void ImportTable::lost(PeerLink& link, const StreamEnd& end) {
@@ -205,6 +205,7 @@ void ImportTable::runChanges() {
             const std::lock_guard lock(mutex);
             if (changes.empty()) {
                 changing = false;
+                ++pauses;
                 changed.notify_all();
                 return;
             }
@@ -213,6 +214,10 @@ void ImportTable::runChanges() {
         }
         change();
     }
+}
+
+void ImportTable::lookAgain() {
+    enqueue([] {});
 }
 
 bool ImportTable::isSettled() {
@@ -233,18 +238,20 @@ bool ImportTable::awaitIdle(Executor::TimePoint timeLimit) {
 bool ImportTable::awaitSettled(
     Executor::TimePoint timeLimit, const std::function<bool()>& settled) {
     for (;;) {
+        std::uint64_t seen = 0;
         {
             std::unique_lock lock(mutex);
-            if (changed.wait_until(lock, timeLimit, [this] { return !changing; }) == false) {
+            if (!changed.wait_until(lock, timeLimit, [this] { return !changing; })) {
                 return false;
             }
+            seen = pauses;
         }
         if (settled()) {
             return true;
         }
         std::unique_lock lock(mutex);
-        if (changed.wait_until(lock, timeLimit) == std::cv_status::timeout) {
-            return settled();
+        if (!changed.wait_until(lock, timeLimit, [&] { return pauses != seen; })) {
+            return false;
         }
     }
 }

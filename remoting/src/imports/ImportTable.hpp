@@ -54,8 +54,12 @@ public:
 
     /// Wait until what the peers offer is registered, where it is known what they offer.
     ///
-    /// @param settled says whether it is.
+    /// @param settled says whether it is; asked whenever changes have been made.
+    /// @return whether that was before the time limit.
     bool awaitSettled(Executor::TimePoint timeLimit, const std::function<bool()>& settled);
+
+    /// Have those who wait look again, because of something that this does not know.
+    void lookAgain();
 
     /// Say whether every connected peer has offered what is looked for.
     bool isSettled();
@@ -99,6 +103,7 @@ private:
     // Changes of the registry, one after another, since listeners run meanwhile.
     std::deque<std::function<void()>> changes;
     bool changing = false;
+    std::uint64_t pauses = 0; // how often there was nothing to change any more
 };
 
 } // namespace agent::orvi::remoting::details

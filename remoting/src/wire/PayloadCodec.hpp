@@ -117,7 +117,7 @@ private:
     };
 
     void addSlot(const v1::Slot& slot);
-    static void appendTo(const Text& text, FrameReader& frame, std::size_t count);
+    static void appendTo(const Text& current, FrameReader& frame, std::size_t count);
 
     core::GenericPayload payload;
     std::vector<Text> texts; // those that are not empty
