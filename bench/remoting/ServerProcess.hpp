@@ -1,0 +1,43 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <filesystem>
+#include <string>
+
+namespace agent::orvi::bench {
+
+/// Where a server is found.
+struct ServerAddress {
+    std::filesystem::path folder; ///< For its sockets; it also has the certificates.
+    std::string tls;              ///< "host:port" where it expects TLS, if it does.
+
+    /// Return the path of a server's own socket.
+    std::filesystem::path socket(const std::string& kind) const {
+        return folder / (kind + ".sock");
+    }
+};
+
+/// This program, run a second time as a server. It ends with this object or with this process.
+class ServerProcess {
+public:
+    /// Start a server and wait until it can be reached.
+    ///
+    /// @throws std::system_error, std::runtime_error when it cannot be started.
+    ServerProcess(const std::string& kind, const std::filesystem::path& folder);
+    ~ServerProcess();
+
+    ServerProcess(const ServerProcess&) = delete;
+    ServerProcess& operator=(const ServerProcess&) = delete;
+
+    const ServerAddress& address() const noexcept { return serverAddress; }
+
+private:
+    pid_t process = -1;
+    ServerAddress serverAddress;
+};
+
+/// Say in a server that it can be reached now, and under which address over TLS, if any.
+void announce(const std::string& tlsAddress);
+
+} // namespace agent::orvi::bench
