@@ -46,7 +46,7 @@ function(orvi_add_test name)
     target_link_libraries(${name} PRIVATE ${arg_LIBS} GTest::gmock_main)
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
     # The library under test is optimised; optimising the tests doubles the time to compile them.
-    target_compile_options(${name} PRIVATE $<$<CONFIG:RelWithDebInfo>:-O1>)
+    target_compile_options(${name} PRIVATE $<$<CONFIG:RelWithDebInfo>:-O0 -g1>)
     gtest_discover_tests(
         ${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS unit
     )
