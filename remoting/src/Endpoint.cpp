@@ -73,6 +73,8 @@ public:
 
     ~Impl() { close(); }
 
+    bool isOfThisProcess() const noexcept { return housekeeper.isOfThisProcess(); }
+
     void open(const EndpointOptions& options) {
         const auto context = foundation::cppmicroservices::getFramework()->GetBundleContext();
         name = {frameworkId(context), endpointId};
@@ -241,22 +243,30 @@ Endpoint::Endpoint(const EndpointOptions& options) {
 }
 
 Endpoint::~Endpoint() {
-    close();
+    end();
 }
 
 Endpoint::Endpoint(Endpoint&&) noexcept = default;
 
 Endpoint& Endpoint::operator=(Endpoint&& other) noexcept {
     if (this != &other) {
-        close();
+        end();
         impl = std::move(other.impl);
     }
     return *this;
 }
 
 void Endpoint::close() noexcept {
-    if (impl) {
+    if (impl && impl->isOfThisProcess()) {
         impl->close();
+    }
+}
+
+void Endpoint::end() noexcept {
+    close();
+    if (impl && !impl->isOfThisProcess()) {
+        // Its threads are the parent's, and so are its connections: nothing of it may be touched.
+        Housekeeper::leaveToParent(std::move(impl));
     }
 }
 

@@ -77,6 +77,8 @@ public:
 
     ~Impl() { close(); }
 
+    bool isOfThisProcess() const noexcept { return housekeeper.isOfThisProcess(); }
+
     void open(const ImporterOptions& options) {
         const auto context = foundation::cppmicroservices::getFramework()->GetBundleContext();
         reactor = Reactor::start(std::make_unique<grpc::CompletionQueue>(), importTasks);
@@ -86,27 +88,8 @@ public:
                     alive->linkChanged(link, end);
                 }
             });
-        if (!options.targets.empty()) {
-            targets = std::make_unique<TargetPeers>(
-                housekeeper, options.targets,
-                [this](const std::string&, const std::vector<TargetAddress>& addresses) {
-                    for (const TargetAddress& address : addresses) {
-                        connectTarget(address);
-                    }
-                },
-                [this](const std::string& target, const std::string& reason) {
-                    setStatus({target, PeerStatus::State::failed, "", reason});
-                });
-        }
-        if (options.local) {
-            localPeers = std::make_unique<LocalPeers>(
-                housekeeper, RuntimeDirectory(options.runtimeDirectory),
-                [this](const std::filesystem::path& socket) {
-                    present.insert(socket);
-                    connectSocket(socket);
-                },
-                [this](const std::filesystem::path& socket) { socketGone(socket); });
-        }
+        // What they report finds both of them there.
+        housekeeper.runAndWait([&] { lookForPeers(options); });
     }
 
     void close() noexcept {
@@ -114,13 +97,14 @@ public:
         if (!reactor) {
             return;
         }
-        localPeers.reset();
-        targets.reset();
+        // The housekeeping thread lets go of those who look for peers before they end.
         housekeeper.runAndWait([this] {
             closed = true;
             processes.clear();
             retries.clear();
         });
+        localPeers.reset();
+        targets.reset();
         using Clock = std::chrono::system_clock;
         if (table) {
             table->close({StreamEnd::Kind::disconnected, "The importer has been closed"});
@@ -159,6 +143,30 @@ public:
 private:
     // Members below run on the housekeeping thread unless they say otherwise.
 
+    void lookForPeers(const ImporterOptions& options) {
+        if (!options.targets.empty()) {
+            targets = std::make_unique<TargetPeers>(
+                housekeeper, options.targets,
+                [this](const std::string&, const std::vector<TargetAddress>& addresses) {
+                    for (const TargetAddress& address : addresses) {
+                        connectTarget(address);
+                    }
+                },
+                [this](const std::string& target, const std::string& reason) {
+                    setStatus({target, PeerStatus::State::failed, "", reason});
+                });
+        }
+        if (options.local) {
+            localPeers = std::make_unique<LocalPeers>(
+                housekeeper, RuntimeDirectory(options.runtimeDirectory),
+                [this](const std::filesystem::path& socket) {
+                    present.insert(socket);
+                    connectSocket(socket);
+                },
+                [this](const std::filesystem::path& socket) { socketGone(socket); });
+        }
+    }
+
     void connectSocket(const std::filesystem::path& socket) {
         if (closed || !present.contains(socket)) {
             return;
@@ -173,7 +181,7 @@ private:
             processes[socket] = watchProcess(
                 housekeeper, peer.process, [this, socket, weak = std::weak_ptr(connection)] {
                     if (const auto alive = weak.lock()) {
-                        alive->close({StreamEnd::Kind::terminated, ""});
+                        alive->close(processHasEnded());
                     }
                     localPeers->check(socket);
                 });
@@ -248,23 +256,23 @@ private:
             status.state = PeerStatus::State::failed;
             status.error = end->text.empty() ? "The endpoint is gone." : end->text;
         }
+        setStatus(std::move(status)); // first: the housekeeping thread may find it to be gone
         boost::asio::post(
             housekeeper.context(),
-            [weak = weak_from_this(), address, status, lost = end != nullptr,
+            [weak = weak_from_this(), address, lost = end != nullptr,
              own = end != nullptr && end->kind == StreamEnd::Kind::cancelled] {
                 if (const auto self = weak.lock()) {
-                    self->noteLink(address, status, lost, own);
+                    self->noteLink(address, lost, own);
                 }
             });
-        setStatus(std::move(status));
     }
 
-    void noteLink(const std::string& address, const PeerStatus&, bool lost, bool own) {
+    void noteLink(const std::string& address, bool lost, bool own) {
+        if (closed) {
+            return;
+        }
         const auto target = targetOfAddress.find(address);
         if (target != targetOfAddress.end()) {
-            if (!targets) {
-                return;
-            }
             if (lost) {
                 const std::string name = target->second;
                 targetOfAddress.erase(target);
@@ -289,10 +297,8 @@ private:
             table->lookAgain();
             return;
         }
-        if (localPeers) {
-            localPeers->check(socket);
-            retrySocket(socket);
-        }
+        localPeers->check(socket);
+        retrySocket(socket);
     }
 
     /// Any thread.
@@ -353,22 +359,30 @@ Importer::Importer(const ImporterOptions& options) {
 }
 
 Importer::~Importer() {
-    close();
+    end();
 }
 
 Importer::Importer(Importer&&) noexcept = default;
 
 Importer& Importer::operator=(Importer&& other) noexcept {
     if (this != &other) {
-        close();
+        end();
         impl = std::move(other.impl);
     }
     return *this;
 }
 
 void Importer::close() noexcept {
-    if (impl) {
+    if (impl && impl->isOfThisProcess()) {
         impl->close();
+    }
+}
+
+void Importer::end() noexcept {
+    close();
+    if (impl && !impl->isOfThisProcess()) {
+        // Its threads are the parent's, and so are its connections: nothing of it may be touched.
+        Housekeeper::leaveToParent(std::move(impl));
     }
 }
 

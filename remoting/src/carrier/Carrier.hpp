@@ -142,7 +142,8 @@ enum class StreamKind { control, call };
 /// Thread safety: thread-safe.
 class Connection {
 public:
-    /// Open a stream. Whether that works shows in its first event.
+    /// Open a stream. Whether that works shows in its first event; that it does not may show before
+    /// this returns.
     virtual std::shared_ptr<Stream> open(StreamKind kind, std::shared_ptr<StreamEvents> events) = 0;
 
     /// End all streams and refuse new ones: they end at once with the end given here.

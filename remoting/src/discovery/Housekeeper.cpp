@@ -1,5 +1,6 @@
 #include "discovery/Housekeeper.hpp"
 
+#include "carrier/OwnProcess.hpp"
 #include "discovery/BlockedSignals.hpp"
 
 #include <boost/asio/executor_work_guard.hpp>
@@ -7,6 +8,7 @@
 #include <boost/system/system_error.hpp>
 
 #include <condition_variable>
+#include <exception>
 #include <mutex>
 #include <system_error>
 #include <thread>
@@ -14,7 +16,6 @@
 #include <vector>
 
 #include <pthread.h>
-#include <unistd.h>
 
 namespace agent::orvi::remoting::details {
 
@@ -36,7 +37,7 @@ struct Housekeeper::Impl {
 
     bool isThisThread() { return context.get_executor().running_in_this_thread(); }
 
-    const pid_t process = ::getpid();
+    const OwnProcess process;
     boost::asio::io_context context{1};
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{
         context.get_executor()};
@@ -95,8 +96,13 @@ void Housekeeper::runAndWait(const std::function<void()>& task) {
         return;
     }
     bool done = false; // guarded by impl->mutex
-    boost::asio::post(impl->context, [this, &task, &done] {
-        task();
+    std::exception_ptr error;
+    boost::asio::post(impl->context, [this, &task, &done, &error] {
+        try {
+            task();
+        } catch (...) {
+            error = std::current_exception();
+        }
         const std::lock_guard lock(impl->mutex);
         done = true;
         impl->changed.notify_all();
@@ -107,11 +113,13 @@ void Housekeeper::runAndWait(const std::function<void()>& task) {
     }
     if (!done) {
         task();
+    } else if (error) {
+        std::rethrow_exception(error);
     }
 }
 
 bool Housekeeper::isOfThisProcess() const noexcept {
-    return impl->process == ::getpid();
+    return impl->process.isHere();
 }
 
 void Housekeeper::leaveToParent(std::shared_ptr<void> object) {

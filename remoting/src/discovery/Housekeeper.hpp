@@ -44,7 +44,7 @@ public:
     /// before is running any more. Runs it at once when this is that thread or when the thread has
     /// ended. In a forked child it does not run. The caller holds no lock that a handler takes.
     ///
-    /// @param task what to run; it does not throw.
+    /// @throws what the task throws.
     void runAndWait(const std::function<void()>& task);
 
     /// Say whether this process has the thread, and not the one that forked this process.

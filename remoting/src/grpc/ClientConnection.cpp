@@ -20,17 +20,16 @@ namespace {
 /// How long a process whose connection has ended may take to end itself.
 constexpr int exitTimeMs = 200;
 
-const char* methodOf(StreamKind kind) {
-    return kind == StreamKind::control ? "/orvi.remoting.v1.Streams/Control"
-                                       : "/orvi.remoting.v1.Streams/Call";
-}
-
 int openProcess(pid_t process) {
     // The C library of Debian 12 has a wrapper of this call only in a header that C++ rejects.
     return process > 0 ? static_cast<int>(syscall(SYS_pidfd_open, process, 0)) : -1;
 }
 
 } // namespace
+
+StreamEnd processHasEnded() {
+    return {StreamEnd::Kind::terminated, "Its process has ended."};
+}
 
 std::shared_ptr<ClientConnection> ClientConnection::local(
     std::shared_ptr<Reactor> reactor, int socket, pid_t process, Keepalive keepalive) {
@@ -68,15 +67,15 @@ ClientConnection::~ClientConnection() {
 
 std::shared_ptr<Stream>
 ClientConnection::open(StreamKind kind, std::shared_ptr<StreamEvents> events) {
-    const auto stream = std::make_shared<ClientStream>(shared_from_this(), events);
+    const auto stream = std::make_shared<ClientStream>(shared_from_this(), std::move(events), kind);
     std::unique_lock lock(mutex);
     if (closed) {
         const StreamEnd end = *closed;
         lock.unlock();
-        reactor->post([events = std::move(events), end] { events->ended(end); });
+        stream->refuse(end);
     } else {
         streams.insert(stream.get());
-        stream->begin(methodOf(kind));
+        stream->begin();
     }
     return stream;
 }
@@ -113,7 +112,7 @@ void ClientConnection::streamEnded(ClientStream& stream) {
 }
 
 /// Say whether the peer's process has ended, or is just ending. May wait for a moment.
-bool ClientConnection::processHasEnded() const {
+bool ClientConnection::isProcessOver() const {
     pollfd ended{processDescriptor, POLLIN, 0};
     return poll(&ended, 1, exitTimeMs) > 0;
 }

@@ -27,6 +27,9 @@ struct Keepalive {
     std::chrono::milliseconds timeout;
 };
 
+/// The end of the streams to a process that has ended.
+StreamEnd processHasEnded();
+
 /// A connection to one endpoint. It is made once: when it is lost, so are its streams.
 class ClientConnection final : public Connection,
                                public std::enable_shared_from_this<ClientConnection> {
@@ -61,7 +64,7 @@ private:
     friend class ClientStream;
 
     void streamEnded(ClientStream& stream);
-    bool processHasEnded() const;
+    bool isProcessOver() const;
 
     const std::shared_ptr<Reactor> reactor;
     const std::shared_ptr<grpc::Channel> channel;

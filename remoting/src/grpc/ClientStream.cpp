@@ -7,35 +7,60 @@
 #include <utility>
 
 namespace agent::orvi::remoting::details {
+namespace {
+
+const char* methodOf(StreamKind kind) {
+    return kind == StreamKind::control ? "/orvi.remoting.v1.Streams/Control"
+                                       : "/orvi.remoting.v1.Streams/Call";
+}
+
+} // namespace
 
 ClientStream::ClientStream(
-    std::shared_ptr<ClientConnection> connection, std::shared_ptr<StreamEvents> events)
+    std::shared_ptr<ClientConnection> connection, std::shared_ptr<StreamEvents> events,
+    StreamKind kind)
     : connection(std::move(connection))
+    , kind(kind)
     , events(std::move(events)) {
     // The opening of the stream travels with its first frame.
     context.set_initial_metadata_corked(true);
 }
 
-void ClientStream::begin(const std::string& method) {
+void ClientStream::begin() {
     const std::lock_guard lock(mutex);
-    call = connection->stub.PrepareCall(&context, method, &connection->reactor->queue());
+    call = connection->stub.PrepareCall(&context, methodOf(kind), &connection->reactor->queue());
     call->StartCall(nullptr);
     self = shared_from_this();
+}
+
+void ClientStream::refuse(const StreamEnd& end) {
+    std::shared_ptr<StreamEvents> receiver;
+    {
+        const std::lock_guard lock(mutex);
+        over = true;
+        receiver = std::move(events);
+    }
+    receiver->ended(end);
 }
 
 void ClientStream::send(OutgoingFrame frame) {
     const grpc::WriteOptions options = optionsOf(frame);
     const grpc::ByteBuffer message = toMessage(std::move(frame));
-    const std::lock_guard lock(mutex);
-    if (!over && !finishing.underWay) {
-        writing.underWay = true;
-        call->Write(message, options, &writing);
+    {
+        const std::lock_guard lock(mutex);
+        if (isOpen()) {
+            writing.underWay = true;
+            call->Write(message, options, &writing);
+        }
+    }
+    if (kind == StreamKind::control) {
+        connection->reactor->attend(); // whoever waits for the outcome handles no events meanwhile
     }
 }
 
 void ClientStream::receive() {
     const std::lock_guard lock(mutex);
-    if (!over && !finishing.underWay) {
+    if (isOpen()) {
         reading.underWay = true;
         call->Read(&incoming, &reading);
     }
@@ -47,7 +72,7 @@ void ClientStream::finish(const StreamEnd& end) {
 
 void ClientStream::cancel(const StreamEnd& end) {
     const std::lock_guard lock(mutex);
-    if (self && !ownEnd && !finishing.underWay) {
+    if (self && !ownEnd && !finishing.underWay && process.isHere()) {
         ownEnd = end;
         over = true;
         context.TryCancel();
@@ -98,6 +123,11 @@ void ClientStream::messageWritten(bool ok) {
     receiver->sent();
 }
 
+/// Say whether operations may be started. Under the lock.
+bool ClientStream::isOpen() const noexcept {
+    return !over && !finishing.underWay && process.isHere();
+}
+
 /// Ask for the stream's status once nothing else is under way.
 void ClientStream::finishIfIdle() {
     if (over && !reading.underWay && !writing.underWay && !finishing.underWay) {
@@ -113,10 +143,7 @@ void ClientStream::callFinished(bool) {
         // A dying process loses its sockets a moment before it is gone: which one it was shows
         // then.
         connection->reactor->post([self = shared_from_this(), reached] {
-            self->conclude(
-                self->connection->processHasEnded()
-                    ? StreamEnd{StreamEnd::Kind::terminated, "Its process has ended."}
-                    : reached);
+            self->conclude(self->connection->isProcessOver() ? processHasEnded() : reached);
         });
     } else {
         conclude(reached);

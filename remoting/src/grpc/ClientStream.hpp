@@ -1,6 +1,7 @@
 #pragma once
 
 #include "carrier/Carrier.hpp"
+#include "carrier/OwnProcess.hpp"
 #include "grpc/ClientConnection.hpp"
 #include "grpc/Reactor.hpp"
 
@@ -18,10 +19,14 @@ namespace agent::orvi::remoting::details {
 class ClientStream final : public Stream, public std::enable_shared_from_this<ClientStream> {
 public:
     ClientStream(
-        std::shared_ptr<ClientConnection> connection, std::shared_ptr<StreamEvents> events);
+        std::shared_ptr<ClientConnection> connection, std::shared_ptr<StreamEvents> events,
+        StreamKind kind);
 
     /// Live until it has ended. Nothing is sent before the first frame.
-    void begin(const std::string& method);
+    void begin();
+
+    /// End instead of beginning. The event has been handled when this returns.
+    void refuse(const StreamEnd& end);
 
     void send(OutgoingFrame frame) override;
     void receive() override;
@@ -50,10 +55,13 @@ private:
     void messageWritten(bool ok);
     void callFinished(bool ok);
     void finishIfIdle();
+    bool isOpen() const noexcept;
     StreamEnd end() const;
     void conclude(const StreamEnd& end);
 
+    const OwnProcess process;
     const std::shared_ptr<ClientConnection> connection;
+    const StreamKind kind;
     grpc::ClientContext context;
     std::unique_ptr<grpc::GenericClientAsyncReaderWriter> call;
     grpc::ByteBuffer incoming;

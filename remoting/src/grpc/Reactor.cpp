@@ -62,6 +62,9 @@ Reactor::Reactor(std::unique_ptr<grpc::CompletionQueue> queue, std::size_t tasks
 Reactor::~Reactor() = default;
 
 void Reactor::post(Task task) {
+    if (!process.isHere()) {
+        return;
+    }
     if (collection.reactor == this) {
         collection.posted->push_back(std::move(task));
         return;
@@ -106,6 +109,14 @@ void Reactor::finish(Wait& wait) {
     wakeOf(wait).notify_one();
     if (led == &wait && collection.reactor != this) {
         kickLeader(); // it waits at the queue, which hears nothing of this
+    }
+}
+
+void Reactor::attend() {
+    const std::lock_guard lock(mutex);
+    if (leader == Leader::none) {
+        leadAtOnce = true;
+        callThread();
     }
 }
 
@@ -233,6 +244,10 @@ void Reactor::rest(Lock& lock) {
     const std::uint64_t seen = activity;
     pool.wait_for(lock, lookInterval);
     watched = false;
+    if (leadAtOnce && vacant()) {
+        lead(lock, false);
+        return;
+    }
     quietLooks = activity == seen ? quietLooks + 1 : 0;
     if (callers()) {
         ++looksSinceCall;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "carrier/Carrier.hpp"
+#include "carrier/OwnProcess.hpp"
 
 #include <grpcpp/alarm.h>
 #include <grpcpp/completion_queue.h>
@@ -35,6 +36,8 @@ protected:
 /// other find the queue free. The pool grows as tasks keep its threads busy, up to its limit; one
 /// more thread is there for events.
 ///
+/// A forked child has none of the threads: what is posted there is dropped.
+///
 /// Thread safety: thread-safe.
 class Reactor final : public Executor, public std::enable_shared_from_this<Reactor> {
 public:
@@ -52,6 +55,10 @@ public:
     void post(Task task) override;
     bool wait(Wait& wait, std::optional<TimePoint> timeLimit) override;
     void finish(Wait& wait) override;
+
+    /// Have a thread of the pool look after the queue now and not only in a moment, since somebody
+    /// waits for what an event will bring without handling events.
+    void attend();
 
     /// Shut the queue down and end the threads once it is empty. No operation may be started any
     /// more. Threads that are still busy with a task at the time limit are left behind; they end
@@ -91,6 +98,7 @@ private:
     bool handleEvent(TimePoint timeLimit, std::deque<Task>& posted);
     void kickLeader();
 
+    const OwnProcess process;
     const std::unique_ptr<grpc::CompletionQueue> completions;
     const std::size_t maximumTasks;
 
@@ -105,7 +113,7 @@ private:
     Leader leader = Leader::none;
     const Wait* led = nullptr;         // what a leading caller waits for
     bool watched = false;              // a resting thread looks at times whether somebody leads
-    bool leadAtOnce = false;           // whoever rests should lead although a task is running
+    bool leadAtOnce = false;           // whoever rests should lead although others are busy
     std::uint64_t activity = 0;        // of tasks and callers
     unsigned int quietLooks = 0;       // since it changed last
     unsigned int looksSinceCall = ~0U; // since a caller came last

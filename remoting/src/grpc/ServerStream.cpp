@@ -9,7 +9,7 @@
 namespace agent::orvi::remoting::details {
 
 ServerStream::ServerStream() {
-    serverContext.AsyncNotifyWhenDone(&leaving);
+    remote->context.AsyncNotifyWhenDone(&leaving);
 }
 
 void ServerStream::begin(std::shared_ptr<StreamEvents> receiver, Executor::Task whenEnded) {
@@ -25,23 +25,23 @@ void ServerStream::send(OutgoingFrame frame) {
     const grpc::WriteOptions options = optionsOf(frame);
     const grpc::ByteBuffer message = toMessage(std::move(frame));
     const std::lock_guard lock(mutex);
-    if (!ending) {
+    if (!ending && process.isHere()) {
         writing.underWay = true;
-        readerWriter.Write(message, options, &writing);
+        remote->call.Write(message, options, &writing);
     }
 }
 
 void ServerStream::receive() {
     const std::lock_guard lock(mutex);
-    if (!ending) {
+    if (!ending && process.isHere()) {
         reading.underWay = true;
-        readerWriter.Read(&incoming, &reading);
+        remote->call.Read(&incoming, &reading);
     }
 }
 
 void ServerStream::finish(const StreamEnd& end) {
     const std::lock_guard lock(mutex);
-    if (!ending) {
+    if (!ending && process.isHere()) {
         ending = end;
         finishIfIdle();
     }
@@ -49,10 +49,10 @@ void ServerStream::finish(const StreamEnd& end) {
 
 void ServerStream::cancel(const StreamEnd& end) {
     const std::lock_guard lock(mutex);
-    if (!finishing.underWay && !cancelled) {
+    if (!finishing.underWay && !cancelled && process.isHere()) {
         ending = end;
         cancelled = true;
-        serverContext.TryCancel();
+        remote->context.TryCancel();
         finishIfIdle();
     }
 }
@@ -103,7 +103,7 @@ void ServerStream::messageWritten(bool ok) {
 void ServerStream::finishIfIdle() {
     if (self && ending && !writing.underWay && !finishing.underWay) {
         finishing.underWay = true;
-        readerWriter.Finish(toStatus(*ending), &finishing);
+        remote->call.Finish(toStatus(*ending), &finishing);
     }
 }
 
@@ -120,7 +120,7 @@ void ServerStream::peerLeft(bool) {
     {
         const std::lock_guard lock(mutex);
         leaving.underWay = false;
-        if (!ending && serverContext.IsCancelled()) {
+        if (!ending && remote->context.IsCancelled()) {
             ending = StreamEnd{StreamEnd::Kind::disconnected, "The importer is gone."};
         }
         finishIfIdle();
@@ -130,6 +130,7 @@ void ServerStream::peerLeft(bool) {
 
 void ServerStream::concludeIfDone() {
     std::shared_ptr<ServerStream> last;
+    std::unique_ptr<Remote> connection;
     std::shared_ptr<StreamEvents> receiver;
     Executor::Task whenEnded;
     {
@@ -138,9 +139,11 @@ void ServerStream::concludeIfDone() {
             return;
         }
         last = std::move(self);
+        connection = std::move(remote);
         receiver = std::move(events);
         whenEnded = std::move(onEnd);
     }
+    connection.reset();
     receiver->ended(*ending);
     receiver.reset();
     whenEnded();

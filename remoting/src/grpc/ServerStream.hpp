@@ -1,6 +1,7 @@
 #pragma once
 
 #include "carrier/Carrier.hpp"
+#include "carrier/OwnProcess.hpp"
 #include "grpc/Reactor.hpp"
 
 #include <grpcpp/server_context.h>
@@ -20,10 +21,10 @@ public:
 
     ServerStream();
 
-    /// What a service needs to wait for a peer to open this.
-    grpc::ServerContext& context() noexcept { return serverContext; }
+    /// What a service needs to wait for a peer to open this. Until it has begun.
+    grpc::ServerContext& context() noexcept { return remote->context; }
 
-    Call& call() noexcept { return readerWriter; }
+    Call& call() noexcept { return remote->call; }
 
     /// The peer has opened it. Lives on its own from now on until it has ended; `whenEnded` is
     /// called then.
@@ -60,11 +61,18 @@ private:
     void finishIfIdle();
     void concludeIfDone();
 
-    grpc::ServerContext serverContext;
-    Call readerWriter{&serverContext};
+    /// What holds the connection. It goes when the stream ends, however long a method that was
+    /// called runs on and keeps this.
+    struct Remote {
+        grpc::ServerContext context;
+        Call call{&context};
+    };
+
+    const OwnProcess process;
     grpc::ByteBuffer incoming;
 
     std::mutex mutex;
+    std::unique_ptr<Remote> remote = std::make_unique<Remote>(); // null when it has ended
     std::shared_ptr<ServerStream> self; // while operations may be under way
     std::shared_ptr<StreamEvents> events;
     Executor::Task onEnd;

@@ -43,6 +43,10 @@ core::GenericPayload ClientSession::call(
     if (timeLimit) {
         end = std::chrono::system_clock::now() + *timeLimit;
     }
+    if (!process.isHere()) {
+        std::rethrow_exception(errorOf(
+            {StreamEnd::Kind::disconnected, "The connection is the parent process's."}, peer));
+    }
     const std::uint64_t bytesAsked = bytesAskedFor(method, arguments);
     OutgoingMessage request = OutgoingMessage::request(method, withoutAnswer, std::move(arguments));
     const std::lock_guard oneCall(calls);
@@ -56,8 +60,11 @@ core::GenericPayload ClientSession::call(
     wait = nullptr;
     phase = Phase::idle;
     outgoing.reset();
-    if (!inTime) {
+    if (!inTime && end && std::chrono::system_clock::now() >= *end) {
         throw TimeLimitExceeded("Peer " + peer + " has not answered in time.");
+    }
+    if (!inTime) {
+        failure = errorOf({StreamEnd::Kind::disconnected, "The importer has been closed."}, peer);
     }
     if (failure) {
         std::rethrow_exception(std::exchange(failure, nullptr));
@@ -67,6 +74,7 @@ core::GenericPayload ClientSession::call(
 
 void ClientSession::begin(
     OutgoingMessage request, std::uint64_t bytesAsked, bool withoutAnswer, Wait& waiting) {
+    bool mustOpen = false;
     {
         const std::lock_guard lock(mutex);
         if (broken) {
@@ -78,14 +86,10 @@ void ClientSession::begin(
         trustedBytes = bytesAsked;
         outgoing = std::move(request);
         failure = nullptr;
-        if (!stream) {
-            stream = connection->open(StreamKind::call, shared_from_this());
-            greetingDue = true;
-            peerGreeted = false;
-            sending = false;
-            reading = false;
-            abandonDue = false;
-        }
+        mustOpen = !stream;
+    }
+    if (mustOpen) {
+        openStream();
     }
     sendNext();
     const std::lock_guard lock(mutex);
@@ -93,6 +97,22 @@ void ClientSession::begin(
     if (stream && !reading) {
         reading = true;
         stream->receive();
+    }
+}
+
+void ClientSession::openStream() {
+    {
+        const std::lock_guard lock(mutex);
+        greetingDue = true;
+        peerGreeted = false;
+        sending = false;
+        reading = false;
+        abandonDue = false;
+    }
+    auto opened = connection->open(StreamKind::call, shared_from_this());
+    const std::lock_guard lock(mutex);
+    if (phase == Phase::calling) { // it has not ended already
+        stream = std::move(opened);
     }
 }
 
@@ -122,6 +142,7 @@ void ClientSession::sendNext() {
         hello.set_minor(protocolMinor);
         hello.set_service(service);
         next = encodeFrame(greeting);
+        next.moreFollow = outgoing && outgoing->hasNext();
     } else if (std::exchange(abandonDue, false)) {
         v1::Frame abandon;
         abandon.mutable_abandon();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "carrier/Carrier.hpp"
+#include "carrier/OwnProcess.hpp"
 #include "wire/FrameCodec.hpp"
 #include "wire/Messages.hpp"
 #include "wire/PayloadCodec.hpp"
@@ -54,6 +55,7 @@ private:
     enum class Phase { idle, calling, receivingAnswer, done };
 
     void begin(OutgoingMessage request, std::uint64_t bytesAsked, bool withoutAnswer, Wait& wait);
+    void openStream();
     void giveUp(Wait& wait);
     void sendNext();
     void greeted(const v1::Hello& hello);
@@ -62,6 +64,7 @@ private:
     void append(FrameReader& reader);
     void finishCall();
 
+    const OwnProcess process;
     const std::shared_ptr<Connection> connection;
     const std::shared_ptr<Executor> executor;
     const std::uint64_t service;

@@ -26,7 +26,14 @@ void PeerLink::open() {
     {
         const std::lock_guard lock(mutex);
         outgoing.push_front(std::move(greeting));
-        stream = peerConnection->open(StreamKind::control, shared_from_this());
+    }
+    auto opened = peerConnection->open(StreamKind::control, shared_from_this());
+    {
+        const std::lock_guard lock(mutex);
+        if (over) {
+            return;
+        }
+        stream = std::move(opened);
         stream->receive();
     }
     sendNext();
@@ -138,6 +145,7 @@ void PeerLink::greeted(const v1::Hello& hello) {
 void PeerLink::ended(const StreamEnd& end) {
     {
         const std::lock_guard lock(mutex);
+        over = true;
         stream.reset();
         outgoing.clear();
     }

@@ -82,6 +82,7 @@ private:
     std::deque<v1::Frame> outgoing;
     bool sending = false;
     bool ready = false; // the peer has greeted
+    bool over = false;
     std::set<std::uint64_t> unsettled;
 };
 

@@ -61,7 +61,7 @@ TEST_F(LocalListenerTest, HasASocketAndALockInTheDirectory) {
 }
 
 TEST_F(LocalListenerTest, LetsNobodyElseConnectWhateverTheModeMask) {
-    for (const mode_t mask : {0000, 0022, 0777}) {
+    for (const mode_t mask : {0000U, 0022U, 0777U}) {
         const mode_t previous = ::umask(mask);
         const auto listener = listen();
         ::umask(previous);

@@ -88,10 +88,10 @@ TEST_F(LocalPeersTest, ReportsOnlySocketsThatCanBeConnectedTo) {
             connected.add(true);
         },
         [](const auto&) {});
-    for (int i = 0; i < 20; ++i) {
+    for (std::size_t count = 1; count <= 20; ++count) {
         PeerProcess peer({"listen", directoryPath(), "id"});
         peer.readLine();
-        ASSERT_EQ(connected.waitFor(static_cast<std::size_t>(i) + 1).size(), i + 1U);
+        ASSERT_EQ(connected.waitFor(count).size(), count);
     }
 }
 

@@ -101,6 +101,9 @@ public:
 
 private:
     class Impl;
+
+    void end() noexcept;
+
     std::shared_ptr<Impl> impl;
 };
 
