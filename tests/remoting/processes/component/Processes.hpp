@@ -1,0 +1,17 @@
+#pragma once
+
+#include "remoting/processes/component/Verbs.hpp"
+
+#include <string>
+
+namespace agent::orvi::remoting::test {
+
+/// What a component does with children of its own.
+///
+/// Adds: "fork", which answers with the number of a child that has everything open that the
+/// component has, and lives until it is killed; "fork-and-exit", whose child ends with all
+/// destructors and answers with its exit code; "execute", which runs a program that lists the
+/// descriptors it has got beyond the standard three, and answers with their number.
+void addProcessVerbs(Verbs& verbs);
+
+} // namespace agent::orvi::remoting::test
