@@ -59,10 +59,10 @@ void addNames(
 PeerNames namesOf(const grpc::ServerContext& context) {
     PeerNames names;
     if (const auto identity = context.auth_context(); identity && identity->IsPeerAuthenticated()) {
-        addNames(names, *identity, "x509_dns", "dns:");
-        addNames(names, *identity, "x509_uri", "uri:");
-        addNames(names, *identity, "x509_ip", "ip:");
-        addNames(names, *identity, "x509_email", "email:");
+        addNames(names, *identity, GRPC_PEER_DNS_PROPERTY_NAME, "dns:");
+        addNames(names, *identity, GRPC_PEER_URI_PROPERTY_NAME, "uri:");
+        addNames(names, *identity, GRPC_PEER_IP_PROPERTY_NAME, "ip:");
+        addNames(names, *identity, GRPC_PEER_EMAIL_PROPERTY_NAME, "email:");
         addNames(names, *identity, GRPC_X509_CN_PROPERTY_NAME, "cn:");
     } else if (context.peer().starts_with("unix:")) {
         names.push_back("uid:" + std::to_string(getuid()));
