@@ -65,7 +65,8 @@ double Progress::rate(Clock::time_point now, bool overall) const {
 void Progress::draw(Clock::time_point now, bool last) const {
     const auto bytes = static_cast<double>(moved);
     const double bytesPerSecond = rate(now, last);
-    std::string line = "\r" + readableSize(bytes);
+    std::string line = "\r";
+    line += readableSize(bytes);
     if (total) {
         const auto all = static_cast<double>(std::max(*total, moved));
         line += " of " + readableSize(all);
@@ -73,7 +74,8 @@ void Progress::draw(Clock::time_point now, bool last) const {
             line += "  " + std::to_string(static_cast<int>(100 * bytes / all)) + " %";
         }
     }
-    line += "  " + readableSize(bytesPerSecond) + "/s";
+    line += "  ";
+    line += readableSize(bytesPerSecond) + "/s";
     if (last) {
         const auto time = std::chrono::duration_cast<std::chrono::seconds>(now - start.time);
         line += "  in " + readableTime(time);
