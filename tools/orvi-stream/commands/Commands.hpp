@@ -9,7 +9,7 @@ namespace agent::orvi::tool {
 /// Publish files until a signal comes.
 ///
 /// @return the exit code for that signal.
-/// @throws CommandFailure, std::system_error, std::invalid_argument when publishing does not start.
+/// @throws CommandFailure, std::system_error when publishing does not start.
 int publish(const PublishOptions& options);
 
 /// Print who publishes what.

@@ -11,6 +11,7 @@
 #include <boost/uuid/uuid_io.hpp>
 
 #include <memory>
+#include <stdexcept>
 #include <vector>
 
 namespace agent::orvi::tool {
@@ -80,6 +81,14 @@ remoting::EndpointOptions endpointOptions(const PublishOptions& options) {
     return result;
 }
 
+remoting::Endpoint makeEndpoint(const PublishOptions& options) {
+    try {
+        return remoting::Endpoint(endpointOptions(options));
+    } catch (const std::invalid_argument& reason) {
+        throw CommandFailure(ExitCode::wrongUsage, reason.what());
+    }
+}
+
 void tell(const PublishOptions& options, const remoting::Endpoint& endpoint) {
     if (!options.listen.empty()) {
         for (const std::string& address : endpoint.addresses()) {
@@ -103,7 +112,7 @@ int publish(const PublishOptions& options) {
     for (std::size_t i = 0; i < devices.size(); ++i) {
         published.push_back(offer(devices[i], options.uuids[i], options));
     }
-    remoting::Endpoint endpoint(endpointOptions(options));
+    remoting::Endpoint endpoint = makeEndpoint(options);
     tell(options, endpoint);
     const int signal = awaitSignal();
     endOnSignal(); // who sends a second one does not want to wait

@@ -12,8 +12,8 @@
 
 #include <boost/uuid/uuid_io.hpp>
 
-#include <algorithm>
 #include <sstream>
+#include <stdexcept>
 
 namespace agent::orvi::tool {
 namespace {
@@ -34,8 +34,12 @@ remoting::ImporterOptions importerOptions(const SearchOptions& options) {
     return result;
 }
 
-bool isLocal(const remoting::PeerStatus& peer) {
-    return peer.address.starts_with("unix:");
+remoting::Importer makeImporter(const SearchOptions& options) {
+    try {
+        return remoting::Importer(importerOptions(options));
+    } catch (const std::invalid_argument& reason) {
+        throw CommandFailure(ExitCode::wrongUsage, reason.what());
+    }
 }
 
 void tellWhySilent(const std::vector<remoting::PeerStatus>& peers) {
@@ -48,7 +52,7 @@ void tellWhySilent(const std::vector<remoting::PeerStatus>& peers) {
 
 Neighbours::Neighbours(const SearchOptions& options)
     : timeout(options.timeout)
-    , importer(importerOptions(options)) {}
+    , importer(makeImporter(options)) {}
 
 ConnectedStream Neighbours::connect(const boost::uuids::uuid& uuid) {
     Tracker tracker(
@@ -63,9 +67,8 @@ ConnectedStream Neighbours::connect(const boost::uuids::uuid& uuid) {
     if (tracker.IsEmpty()) {
         const auto silent = silentPeers();
         tellWhySilent(silent);
-        const bool unknown = !std::all_of(silent.begin(), silent.end(), isLocal);
         throw CommandFailure(
-            unknown ? ExitCode::peerLost : ExitCode::noSuchStream,
+            silent.empty() ? ExitCode::noSuchStream : ExitCode::peerLost, // one may have it
             "no stream " + boost::uuids::to_string(uuid) + " was found" +
                 (timeout.count() == 0 ? "" : " within " + inSeconds(timeout)));
     }

@@ -26,7 +26,8 @@ class Neighbours {
 public:
     /// Start to look for endpoints.
     ///
-    /// @throws as the constructor of `remoting::Importer` does.
+    /// @throws CommandFailure for options that make no sense.
+    /// @throws std::system_error as the constructor of `remoting::Importer` does.
     explicit Neighbours(const SearchOptions& options);
 
     /// Connect to a stream. Blocks until it is found, for the time that the options give.
