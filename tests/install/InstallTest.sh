@@ -8,6 +8,8 @@ source "$1"
 prefix=$workDirectory/prefix
 headers=$prefix/$includeFolder/orvi-streambuf
 warnings="-Wall -Wextra -Wpedantic -Werror"
+libraries=(streambuf platform)
+[[ $remoting != ON ]] || libraries+=(remoting)
 
 fail() {
     echo "$*" >&2
@@ -25,11 +27,11 @@ install() {
     "$cmake" --install "$buildDirectory" --prefix "$1"
 }
 
-# Configures the consumer project against a prefix; further arguments go to cmake.
+# Configures a consumer project against a prefix; further arguments go to cmake.
 configureConsumer() {
     local name=$1 from=$2
     rm -rf "${workDirectory:?}/$name"
-    "$cmake" -S "$testDirectory/consumer" -B "$workDirectory/$name" -G Ninja \
+    "$cmake" -S "$testDirectory/${project:-consumer}" -B "$workDirectory/$name" -G Ninja \
         "-DCMAKE_PREFIX_PATH=$from;$packagePath" -DCMAKE_CXX_COMPILER="$compiler" \
         -DCMAKE_CXX_FLAGS="$compilerFlags" -DCMAKE_CXX_EXTENSIONS=OFF \
         -DCMAKE_CXX_STANDARD_REQUIRED=ON -DCMAKE_BUILD_TYPE=Debug \
@@ -43,16 +45,36 @@ buildAndRunConsumer() {
 }
 
 runPkgConfig() {
-    PKG_CONFIG_PATH=$1/$libraryFolder/pkgconfig pkg-config "${@:2}" orvi-streambuf
+    PKG_CONFIG_PATH=$1/$libraryFolder/pkgconfig pkg-config "${@:2}" "${module:-orvi-streambuf}"
+}
+
+buildThroughPkgConfig() {
+    local name=$1 from=$2
+    # shellcheck disable=SC2046,SC2086 # flags are lists of words
+    "$compiler" -std=c++17 $warnings $compilerFlags \
+        "$testDirectory/${project:-consumer}/main.cpp" \
+        -o "$workDirectory/$name" $(runPkgConfig "$from" --cflags --libs) \
+        "-Wl,-rpath,$(runPkgConfig "$from" --variable=libdir)"
 }
 
 buildAndRunThroughPkgConfig() {
-    local name=$1 from=$2
-    # shellcheck disable=SC2046,SC2086 # flags are lists of words
-    "$compiler" -std=c++17 $warnings $compilerFlags "$testDirectory/consumer/main.cpp" \
-        -o "$workDirectory/$name" $(runPkgConfig "$from" --cflags --libs) \
-        "-Wl,-rpath,$(runPkgConfig "$from" --variable=libdir)"
-    "$workDirectory/$name"
+    buildThroughPkgConfig "$@"
+    "$workDirectory/$1"
+}
+
+# Runs the remoting consumer twice, as a publisher and as its reader.
+runRemotingConsumer() {
+    local meeting said
+    meeting=$(mktemp --directory) # paths of sockets must be short
+    # shellcheck disable=SC2064 # now
+    trap "rm -rf '$meeting'" EXIT
+    coproc publisher { exec "$1" "$meeting/run" publish; }
+    # shellcheck disable=SC2154 # coproc sets it
+    read -r said <&"${publisher[0]}"
+    expectSame "The publisher" "published" "$said"
+    expectSame "What was read" "one two three" "$("$1" "$meeting/run" read)"
+    echo >&"${publisher[1]}"
+    wait "$publisher_PID"
 }
 
 # The value of an entry of a library's dynamic section, in brackets.
@@ -77,6 +99,41 @@ ServesAConsumerOfAnotherCompiler() {
         -DCMAKE_CXX_COMPILER="$otherCompiler"
 }
 
+ServesARemotingConsumer() {
+    project=remoting
+    configureConsumer remotingConsumer "$prefix" -DCMAKE_CXX_STANDARD=17
+    "$cmake" --build "$workDirectory/remotingConsumer"
+    runRemotingConsumer "$workDirectory/remotingConsumer/consumer"
+}
+
+ServesARemotingConsumerThroughPkgConfig() {
+    project=remoting
+    module=orvi-remoting
+    expectSame "Version" "$version" "$(runPkgConfig "$prefix" --modversion)"
+    buildThroughPkgConfig remotingPkgConfig "$prefix"
+    runRemotingConsumer "$workDirectory/remotingPkgConfig"
+}
+
+RemotingConsumersNeedNoGrpc() {
+    project=remoting
+    configureConsumer remotingAlone "$prefix" -DCMAKE_CXX_STANDARD=17 \
+        -DCMAKE_DISABLE_FIND_PACKAGE_gRPC=ON -DCMAKE_DISABLE_FIND_PACKAGE_Protobuf=ON
+    expectSame "Headers that are drawn in" "" \
+        "$(includedFiles orvi/remoting/Endpoint.hpp -I "$headers" |
+            grep --extended-regexp '/(grpc|grpcpp|google)/' || true)"
+}
+
+InstallsTheProgramWithItsPapers() {
+    local name
+    expectSame "Version" "orvi-stream $version" "$("$prefix/$programFolder/orvi-stream" --version)"
+    for name in "$manualFolder/man1/orvi-stream.1" \
+        "$dataFolder/bash-completion/completions/orvi-stream" \
+        "$dataFolder/zsh/site-functions/_orvi-stream"; do
+        [[ -s $prefix/$name ]] || fail "$name is not installed"
+    done
+    expectSame "Papers of the packages" "" "$(find "$prefix" -name '*.gz')"
+}
+
 ServesAConsumerThroughPkgConfig() {
     expectSame "Version" "$version" "$(runPkgConfig "$prefix" --modversion)"
     buildAndRunThroughPkgConfig consumerPkgConfig "$prefix"
@@ -88,6 +145,7 @@ ServesAConsumerAfterItWasMoved() {
     mv "$workDirectory/unmoved" "$workDirectory/moved"
     buildAndRunConsumer consumerMoved "$workDirectory/moved" -DCMAKE_CXX_STANDARD=17
     buildAndRunThroughPkgConfig consumerMovedPkgConfig "$workDirectory/moved"
+    [[ -z $programFolder ]] || "$workDirectory/moved/$programFolder/orvi-stream" --version
 }
 
 # Expects configuring to fail, for the reason given.
@@ -117,8 +175,8 @@ HoldsThePublicHeadersAndPapersOnly() {
     expectSame "Headers of payload" \
         "$(cd "$sourceDirectory/src/payload" && find . -name '*.hpp' ! -name SeekCodes.hpp | sort)" \
         "$(cd "$headers/payload" && find . -type f | sort)"
-    expectSame "Papers" "CHANGELOG.md README.md" \
-        "$(cd "$prefix/$dataFolder/doc/orvi-streambuf" && echo *)"
+    expectSame "Papers" "CHANGELOG.md README.md docs" \
+        "$(cd "$prefix/$documentFolder" && echo *)"
     expectSame "Files that are no headers" "" "$(find "$headers" -type f ! -name '*.hpp' ! -name '*.h')"
 }
 
@@ -127,7 +185,7 @@ NamesNoFolderOfTheBuild() {
     found=$(grep --recursive --binary-files=without-match --fixed-strings --files-with-matches \
         -e "$buildDirectory" -e "$sourceDirectory" -e "$prefix" "$prefix" || true)
     expectSame "Files that name the build" "" "$found"
-    for library in streambuf platform; do
+    for library in "${libraries[@]}"; do
         found=$(dynamicEntry RUNPATH "$library")
         # shellcheck disable=SC2016 # the loader expands it
         [[ $found == '[$ORIGIN'* ]] || fail "liborvi-$library.so looks for its neighbours in $found"
@@ -135,7 +193,7 @@ NamesNoFolderOfTheBuild() {
 }
 
 NamesItsLibrariesByMajorVersion() {
-    for library in streambuf platform; do
+    for library in "${libraries[@]}"; do
         local soname=liborvi-$library.so.$sonameVersion
         expectSame "SONAME" "[$soname]" "$(dynamicEntry SONAME "$library")"
         expectSame "File behind the SONAME" "liborvi-$library.so.$version" \
@@ -147,6 +205,12 @@ exportedSymbols() {
     nm --dynamic --defined-only --demangle --format=posix \
         "$prefix/$libraryFolder/liborvi-$1.so" |
         sed --regexp-extended 's/ [A-Za-z] [0-9a-f]+( [0-9a-f]+)?$//' | LC_ALL=C sort --unique
+}
+
+RemotingExportsItsNamespaceOnly() {
+    expectSame "Symbols outside of the namespace" "" \
+        "$(exportedSymbols remoting | grep --extended-regexp --invert-match \
+            -e '^((vtable|typeinfo|typeinfo name) for )?agent::orvi::remoting::' || true)"
 }
 
 StreambufExportsItsInterfaceOnly() {
