@@ -143,6 +143,10 @@ void CallSession::request(const v1::Frame& head, FrameReader& reader) {
         stream->receive(); // of a request that was refused when all its data had come
         return;
     }
+    if (head.body_case() == v1::Frame::BODY_NOT_SET && reader.dataSize() == 0) {
+        stream->receive(); // something that a later version has added
+        return;
+    }
     if (!head.has_request()) {
         throw ProtocolError("A call stream carries nothing but requests to the endpoint.");
     }
