@@ -1,5 +1,10 @@
 #include "grpc/StatusCodes.hpp"
 
+#include "wire/CutText.hpp"
+#include "wire/FrameLimits.hpp"
+
+#include <string>
+
 namespace agent::orvi::remoting::details {
 namespace {
 
@@ -60,7 +65,10 @@ grpc::StatusCode codeOf(Kind kind) {
 } // namespace
 
 grpc::Status toStatus(const StreamEnd& end) {
-    return end.kind == Kind::finished ? grpc::Status::OK : grpc::Status(codeOf(end.kind), end.text);
+    if (end.kind == Kind::finished) {
+        return grpc::Status::OK;
+    }
+    return {codeOf(end.kind), std::string(cutText(end.text, maximumEndText))};
 }
 
 StreamEnd fromStatus(const grpc::Status& status) {

@@ -1,5 +1,6 @@
 #include "wire/ErrorCodec.hpp"
 
+#include "wire/CutText.hpp"
 #include "wire/ErrorTypes.hpp"
 #include "wire/FrameLimits.hpp"
 
@@ -22,23 +23,6 @@ std::string readableName(const std::type_info& type) {
     const std::unique_ptr<char, decltype(&std::free)> name(
         abi::__cxa_demangle(type.name(), nullptr, nullptr, &status), &std::free);
     return status == 0 ? name.get() : type.name();
-}
-
-/// Return the beginning of a text, which does not end inside of an UTF-8 character.
-std::string_view cutText(std::string_view text, std::size_t maximum) {
-    if (text.size() <= maximum) {
-        return text;
-    }
-    const auto continues = [&](std::size_t index) {
-        return (static_cast<unsigned char>(text[index]) & 0xC0U) == 0x80U;
-    };
-    constexpr std::size_t longestCharacter = 4;
-    std::size_t end = maximum;
-    while (end > 0 && continues(end) && maximum - end < longestCharacter) {
-        --end;
-    }
-    return text.substr(
-        0, continues(end) ? maximum : end); // in a text of another encoding: anywhere
 }
 
 v1::Failure failureOf(const std::string& type, std::string_view text) {

@@ -21,6 +21,10 @@ constexpr std::size_t maximumErrorText = std::size_t{64} * 1024;
 /// Bytes of the name of an error's type; what is longer is cut.
 constexpr std::size_t maximumErrorType = std::size_t{4} * 1024;
 
+/// Bytes of the text with which a stream ends; what is longer is cut. It travels in three times as
+/// many at most, and gRPC drops a stream's whole end when it has more than 8192.
+constexpr std::size_t maximumEndText = 1024;
+
 /// Lists and maps inside of each other in the value of a service property.
 constexpr int maximumNesting = 16;
 

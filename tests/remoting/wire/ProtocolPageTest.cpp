@@ -121,7 +121,8 @@ TEST(ProtocolPageTest, HasTheLimitsOfTheCode) {
         {"levels of lists and maps in a property", maximumNesting},
         {"levels of messages in a frame", maximumMessageDepth},
         {"bytes of the text of a failure", maximumErrorText},
-        {"bytes of the type of a failure", maximumErrorType}};
+        {"bytes of the type of a failure", maximumErrorType},
+        {"bytes of the text of a status", maximumEndText}};
     std::map<std::string, std::size_t> listed;
     for (const Row& row : tableIn("Limits")) {
         listed[row.at(0)] = std::stoul(row.at(1));
