@@ -204,13 +204,13 @@ void ExportTable::want(Audience& audience, std::uint64_t number, const std::stri
         throw std::invalid_argument("Two look-ups have the same number.");
     }
     if (!want->name) {
-        otherWants.push_back(want);
+        otherWants.insert(want);
         for (const auto& [id, service] : services) {
             offer(*want, *service);
         }
         return;
     }
-    wantsByName[*want->name].push_back(want);
+    wantsByName[*want->name].insert(want);
     const auto [first, last] = numbersByName.equal_range(*want->name);
     for (auto entry = first; entry != last; ++entry) {
         offer(*want, *services.at(entry->second));
@@ -253,7 +253,7 @@ void ExportTable::leave(Audience& audience) noexcept {
 ExportTable::Wants ExportTable::wantsFor(const ExportedService& service) const {
     Wants wants = otherWants;
     if (const auto named = wantsByName.find(service.name); named != wantsByName.end()) {
-        wants.insert(wants.end(), named->second.begin(), named->second.end());
+        wants.insert(named->second.begin(), named->second.end());
     }
     return wants;
 }
@@ -267,11 +267,11 @@ void ExportTable::offer(const Want& want, const ExportedService& service) {
 
 void ExportTable::forget(const std::shared_ptr<const Want>& want) {
     if (!want->name) {
-        std::erase(otherWants, want);
+        otherWants.erase(want);
         return;
     }
     const auto named = wantsByName.find(*want->name);
-    std::erase(named->second, want);
+    named->second.erase(want);
     if (named->second.empty()) {
         wantsByName.erase(named);
     }

@@ -88,7 +88,7 @@ private:
     };
 
     class Adding;
-    using Wants = std::vector<std::shared_ptr<const Want>>;
+    using Wants = std::unordered_set<std::shared_ptr<const Want>>;
 
     void follow();
     void serviceChanged(const cppmicroservices::ServiceEvent& event);
