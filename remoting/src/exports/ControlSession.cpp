@@ -16,6 +16,9 @@ namespace {
 /// Bytes of the text of a filter.
 constexpr std::size_t maximumFilterSize = 4096;
 
+/// How much a peer may not have taken yet of what there is to tell it when it is listened to.
+constexpr std::size_t newsOfAListener = 1024;
+
 } // namespace
 
 ControlSession::ControlSession(
@@ -38,7 +41,7 @@ void ControlSession::received(google::protobuf::io::ZeroCopyInputStream& input, 
     executor.post([self = shared_from_this(), frame] {
         try {
             self->handle(*frame);
-            self->stream->receive();
+            self->listen();
         } catch (const LimitExceeded& error) {
             self->stream->finish({StreamEnd::Kind::limitExceeded, error.what()});
         } catch (const std::exception& error) {
@@ -52,7 +55,7 @@ void ControlSession::greet(const v1::Frame& frame) {
         throw ProtocolError("A control stream begins with a greeting.");
     }
     greeted = true;
-    tell(Greeting());
+    tell(News::Greeting());
     if (frame.hello().major() != protocolMajor) {
         stream->finish(
             {StreamEnd::Kind::versionMismatch, "The endpoint speaks version " +
@@ -60,6 +63,19 @@ void ControlSession::greet(const v1::Frame& frame) {
                                                    " of the protocol, the importer version " +
                                                    std::to_string(frame.hello().major()) + "."});
         return;
+    }
+    stream->receive();
+}
+
+/// Wait for the next frame, unless the peer has much to hear first: who does not listen is not
+/// listened to.
+void ControlSession::listen() {
+    {
+        const std::lock_guard lock(mutex);
+        deaf = news.size() >= newsOfAListener;
+        if (deaf) {
+            return;
+        }
     }
     stream->receive();
 }
@@ -91,7 +107,7 @@ void ControlSession::want(const v1::Want& want) {
     }
     table->want(*this, want.id(), want.filter());
     ++wants;
-    tell(Settled{want.id()});
+    tell(News::Settled{want.id()});
     bool late = false;
     {
         const std::lock_guard lock(mutex);
@@ -103,23 +119,23 @@ void ControlSession::want(const v1::Want& want) {
 }
 
 void ControlSession::sayGoodbye() {
-    tell(Goodbye());
+    tell(News::Goodbye());
 }
 
 void ControlSession::offered(std::uint64_t service) {
-    tell(Offered{service});
+    tell(News::Offered{service});
 }
 
 void ControlSession::withdrawn(std::uint64_t service, bool unwanted) {
-    tell(Withdrawn{service, unwanted});
+    tell(News::Withdrawn{service, unwanted});
 }
 
 /// Take note of something to be sent. It is sent later, because the table may tell it with its own
 /// lock held.
-void ControlSession::tell(const News& item) {
+void ControlSession::tell(const News::Item& item) {
     const std::lock_guard lock(mutex);
     if (!over) {
-        news.push_back(item);
+        news.add(item);
         if (!sending) {
             sending = true;
             executor.post([self = shared_from_this()] { self->sendNext(); });
@@ -134,17 +150,23 @@ void ControlSession::sent() {
 /// Send the next piece of news that is still worth sending.
 void ControlSession::sendNext() {
     for (;;) {
-        News next;
+        News::Item next;
+        bool listenAgain = false;
         {
             const std::lock_guard lock(mutex);
-            if (news.empty()) {
+            const auto first = news.take();
+            if (!first) {
                 sending = false;
                 return;
             }
-            next = news.front();
-            news.pop_front();
+            next = *first;
+            listenAgain = deaf && news.size() < newsOfAListener;
+            deaf = deaf && !listenAgain;
         }
-        if (std::holds_alternative<Goodbye>(next)) {
+        if (listenAgain) {
+            stream->receive();
+        }
+        if (std::holds_alternative<News::Goodbye>(next)) {
             stream->finish(StreamEnd());
             return;
         }
@@ -156,21 +178,21 @@ void ControlSession::sendNext() {
     }
 }
 
-bool ControlSession::encode(const News& item, OutgoingFrame& outgoing) {
+bool ControlSession::encode(const News::Item& item, OutgoingFrame& outgoing) {
     v1::Frame frame;
-    if (std::holds_alternative<Greeting>(item)) {
+    if (std::holds_alternative<News::Greeting>(item)) {
         v1::Hello& hello = *frame.mutable_hello();
         hello.set_major(protocolMajor);
         hello.set_minor(protocolMinor);
         hello.set_framework(name.framework);
         hello.set_endpoint(name.endpoint);
-    } else if (const auto* withdrawal = std::get_if<Withdrawn>(&item)) {
+    } else if (const auto* withdrawal = std::get_if<News::Withdrawn>(&item)) {
         frame.mutable_withdrawal()->set_service(withdrawal->service);
         frame.mutable_withdrawal()->set_unwanted(withdrawal->unwanted);
-    } else if (const auto* settled = std::get_if<Settled>(&item)) {
+    } else if (const auto* settled = std::get_if<News::Settled>(&item)) {
         frame.mutable_settled()->set_id(settled->want);
     } else {
-        const std::uint64_t number = std::get<Offered>(item).service;
+        const std::uint64_t number = std::get<News::Offered>(item).service;
         const auto service = std::as_const(*table).find(number);
         if (!service) {
             return false; // its withdrawal is on its way

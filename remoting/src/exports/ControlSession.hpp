@@ -2,15 +2,14 @@
 
 #include "carrier/Carrier.hpp"
 #include "exports/ExportTable.hpp"
+#include "exports/News.hpp"
 #include "wire/Messages.hpp"
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <variant>
 
 namespace agent::orvi::remoting::details {
 
@@ -41,31 +40,13 @@ public:
     void withdrawn(std::uint64_t service, bool unwanted) override;
 
 private:
-    struct Offered {
-        std::uint64_t service;
-    };
-
-    struct Withdrawn {
-        std::uint64_t service;
-        bool unwanted;
-    };
-
-    struct Settled {
-        std::uint64_t want;
-    };
-
-    struct Greeting {};
-
-    struct Goodbye {};
-
-    using News = std::variant<Greeting, Offered, Withdrawn, Settled, Goodbye>;
-
     void greet(const v1::Frame& frame);
     void handle(const v1::Frame& frame);
     void want(const v1::Want& want);
-    void tell(const News& news);
+    void listen();
+    void tell(const News::Item& item);
     void sendNext();
-    bool encode(const News& news, OutgoingFrame& frame);
+    bool encode(const News::Item& item, OutgoingFrame& frame);
 
     const std::shared_ptr<Stream> stream;
     const std::shared_ptr<ExportTable> table;
@@ -78,8 +59,9 @@ private:
     std::size_t wants = 0;
 
     std::mutex mutex;
-    std::deque<News> news;
+    News news;
     bool sending = false;
+    bool deaf = false; // it listens when the peer does
     bool over = false;
 };
 
