@@ -22,15 +22,26 @@ using AcceptorType = grpc::ServerBuilder::experimental_type::ExternalConnectionT
 
 constexpr int handshakeTimeMs = 10000;
 
-/// Adds the reflection service to one server; the plugin's own initialiser adds it to every server
-/// of the process.
-class WithReflection final : public grpc::ServerBuilderOption {
+/// Lets one server have the reflection service or not. The plugin's library adds it to every server
+/// of a process in which it is loaded.
+class Reflection final : public grpc::ServerBuilderOption {
 public:
+    explicit Reflection(bool wanted)
+        : wanted(wanted) {}
+
     void UpdateArguments(grpc::ChannelArguments*) override {}
 
     void UpdatePlugins(std::vector<std::unique_ptr<grpc::ServerBuilderPlugin>>* plugins) override {
-        plugins->push_back(std::make_unique<grpc::reflection::ProtoServerReflectionPlugin>());
+        auto reflection = std::make_unique<grpc::reflection::ProtoServerReflectionPlugin>();
+        std::erase_if(
+            *plugins, [&](const auto& plugin) { return plugin->name() == reflection->name(); });
+        if (wanted) {
+            plugins->push_back(std::move(reflection));
+        }
     }
+
+private:
+    const bool wanted;
 };
 
 void setArguments(grpc::ServerBuilder& builder, const ServerSettings& settings) {
@@ -120,9 +131,7 @@ GrpcServer::GrpcServer(const ServerSettings& settings, AcceptStream acceptStream
     setArguments(builder, settings);
     builder.RegisterService(&service);
     builder.RegisterAsyncGenericService(&otherServices);
-    if (settings.reflection) {
-        builder.SetOption(std::make_unique<WithReflection>());
-    }
+    builder.SetOption(std::make_unique<Reflection>(settings.reflection));
     localAcceptor = builder.experimental().AddExternalConnectionAcceptor(
         AcceptorType::FROM_FD, grpc::InsecureServerCredentials());
     tcpAcceptor = builder.experimental().AddExternalConnectionAcceptor(
