@@ -1,5 +1,7 @@
 #include "grpc/Health.hpp"
 
+#include "wire/EncodedFields.hpp"
+
 #include <google/protobuf/io/coded_stream.h>
 #include <grpcpp/support/proto_buffer_reader.h>
 #include <grpcpp/support/slice.h>
@@ -26,9 +28,16 @@ std::optional<std::string> requestedName(grpc::ByteBuffer& request) {
     google::protobuf::io::CodedInputStream input(&reader);
     std::string name;
     std::uint32_t size = 0;
-    if (const std::uint32_t tag = input.ReadTag();
-        tag != 0 && (tag != nameTag || !input.ReadVarint32(&size) || size > maximumNameSize ||
-                     !input.ReadString(&name, static_cast<int>(size)))) {
+    for (std::uint32_t tag = input.ReadTag(); tag != 0; tag = input.ReadTag()) {
+        const bool understood = tag == nameTag
+                                    ? input.ReadVarint32(&size) && size <= maximumNameSize &&
+                                          input.ReadString(&name, static_cast<int>(size))
+                                    : skipField(input, tag);
+        if (!understood) {
+            return std::nullopt;
+        }
+    }
+    if (!input.ConsumedEntireMessage()) {
         return std::nullopt;
     }
     return name;
