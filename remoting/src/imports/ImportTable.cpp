@@ -108,7 +108,7 @@ void ImportTable::connected(PeerLink& link) {
 }
 
 void ImportTable::offered(PeerLink& link, const v1::Offer& offer) {
-    enqueue([this, from = link.shared_from_this(), offer] {
+    enqueueNews(link, [this, from = link.shared_from_this(), offer] {
         try {
             import(from, offer);
         } catch (const ProtocolError& error) {
@@ -143,22 +143,23 @@ void ImportTable::import(const std::shared_ptr<PeerLink>& link, const v1::Offer&
 }
 
 void ImportTable::withdrawn(PeerLink& link, const v1::Withdrawal& withdrawal) {
-    enqueue([this, from = link.shared_from_this(), service = withdrawal.service(),
-             unwanted = withdrawal.unwanted()] {
-        Imports& services = imported[from.get()];
-        const auto known = services.find(service);
-        // Somebody may have begun to look for it again, and may be about to use it.
-        if (known == services.end() || (unwanted && wants->match(known->second.properties))) {
-            return;
-        }
-        Imports ended;
-        ended.insert(services.extract(known));
-        drop(std::move(ended));
-    });
+    enqueueNews(
+        link, [this, from = link.shared_from_this(), service = withdrawal.service(),
+               unwanted = withdrawal.unwanted()] {
+            Imports& services = imported[from.get()];
+            const auto known = services.find(service);
+            // Somebody may have begun to look for it again, and may be about to use it.
+            if (known == services.end() || (unwanted && wants->match(known->second.properties))) {
+                return;
+            }
+            Imports ended;
+            ended.insert(services.extract(known));
+            drop(std::move(ended));
+        });
 }
 
-void ImportTable::settled(PeerLink&) {
-    lookAgain(); // after what was offered before
+void ImportTable::settled(PeerLink& link) {
+    enqueueNews(link, [] {}); // whoever waits looks again, after what was offered before
 }
 
 void ImportTable::lost(PeerLink& link, const StreamEnd& end) {
@@ -187,6 +188,13 @@ void ImportTable::drop(Imports services) noexcept {
             // The framework has stopped and has dropped it already.
         }
     }
+}
+
+void ImportTable::enqueueNews(PeerLink& link, std::function<void()> change) {
+    enqueue([from = link.shared_from_this(), change = std::move(change)] {
+        change();
+        from->digested();
+    });
 }
 
 void ImportTable::enqueue(std::function<void()> change) {

@@ -82,6 +82,7 @@ private:
     using Imports = std::map<std::uint64_t, Import>; // by the exporter's number
 
     void wantChanged(const Wants::Want& want, bool wanted);
+    void enqueueNews(PeerLink& link, std::function<void()> change);
     void enqueue(std::function<void()> change);
     void runChanges();
     void import(const std::shared_ptr<PeerLink>& link, const v1::Offer& offer);

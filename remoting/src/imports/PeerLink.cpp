@@ -8,6 +8,12 @@
 #include <utility>
 
 namespace agent::orvi::remoting::details {
+namespace {
+
+/// Pieces of news of a peer that wait to be dealt with, each as large as a frame at most.
+constexpr std::size_t newsAtOnce = 64;
+
+} // namespace
 
 PeerLink::PeerLink(
     std::shared_ptr<Connection> connection, std::shared_ptr<Receiver> receiver, std::string address,
@@ -86,6 +92,10 @@ void PeerLink::received(google::protobuf::io::ZeroCopyInputStream& input, std::s
     } else if (!isGreeted) {
         throw ProtocolError("The endpoint does not greet first.");
     }
+    if (frame.has_offer() || frame.has_withdrawal() || frame.has_settled()) {
+        const std::lock_guard lock(mutex);
+        ++undigested;
+    }
     switch (frame.body_case()) {
     case v1::Frame::kOffer:
         receiver->offered(*this, frame.offer());
@@ -108,7 +118,17 @@ void PeerLink::received(google::protobuf::io::ZeroCopyInputStream& input, std::s
         throw ProtocolError("A control stream carries nothing but offers to the importer.");
     }
     const std::lock_guard lock(mutex);
-    if (stream) {
+    deaf = undigested >= newsAtOnce;
+    if (stream && !deaf) {
+        stream->receive();
+    }
+}
+
+void PeerLink::digested() {
+    const std::lock_guard lock(mutex);
+    --undigested;
+    if (deaf && stream) {
+        deaf = false;
         stream->receive();
     }
 }

@@ -20,7 +20,8 @@ namespace agent::orvi::remoting::details {
 /// Thread safety: thread-safe.
 class PeerLink final : public StreamEvents, public std::enable_shared_from_this<PeerLink> {
 public:
-    /// Receives the peer's news, one at a time and in order. It must not wait.
+    /// Receives the peer's news, one at a time and in order. It must not wait; `digested` says when
+    /// an offer, a withdrawal or a settling has been dealt with.
     class Receiver {
     public:
         virtual void connected(PeerLink& link) = 0;
@@ -44,6 +45,9 @@ public:
 
     /// Tell the peer that a filter is looked with, or no more.
     void change(const Wants::Want& want, bool wanted);
+
+    /// One piece of news has been dealt with. While many have not, no more are read.
+    void digested();
 
     /// Say whether the peer has offered what is looked for.
     bool isSettled();
@@ -81,6 +85,8 @@ private:
     std::shared_ptr<Stream> stream;
     std::deque<v1::Frame> outgoing;
     bool sending = false;
+    std::size_t undigested = 0;
+    bool deaf = false;  // until there are fewer of them
     bool ready = false; // the peer has greeted
     bool over = false;
     std::set<std::uint64_t> unsettled;
