@@ -1,0 +1,26 @@
+#include "remoting/safety/RawEndpoint.hpp"
+
+#include <grpcpp/server_builder.h>
+
+#include <chrono>
+#include <stdexcept>
+
+namespace agent::orvi::remoting::test {
+
+RawEndpoint::RawEndpoint(
+    Script control, Script call, const std::shared_ptr<grpc::ServerCredentials>& credentials)
+    : service(std::move(control), std::move(call)) {
+    grpc::ServerBuilder builder;
+    builder.AddListeningPort("127.0.0.1:0", credentials, &usedPort);
+    builder.RegisterService(&service);
+    server = builder.BuildAndStart();
+    if (!server || usedPort == 0) {
+        throw std::runtime_error("gRPC cannot start a server.");
+    }
+}
+
+RawEndpoint::~RawEndpoint() {
+    server->Shutdown(std::chrono::system_clock::now());
+}
+
+} // namespace agent::orvi::remoting::test
