@@ -4,6 +4,7 @@
 #include "grpc/Throughput.hpp"
 #include "wire/FrameLimits.hpp"
 
+#include <grpc/grpc_security_constants.h>
 #include <grpcpp/ext/proto_server_reflection_plugin.h>
 #include <grpcpp/security/auth_context.h>
 #include <grpcpp/security/server_credentials.h>
