@@ -50,7 +50,7 @@ void ClientStream::send(OutgoingFrame frame) {
         const std::lock_guard lock(mutex);
         if (isOpen()) {
             writing.underWay = true;
-            call->Write(message, options, &writing);
+            call->Write(message, options, writing.tag());
         }
     }
     if (kind == StreamKind::control) {
@@ -62,7 +62,7 @@ void ClientStream::receive() {
     const std::lock_guard lock(mutex);
     if (isOpen()) {
         reading.underWay = true;
-        call->Read(&incoming, &reading);
+        call->Read(&incoming, reading.tag());
     }
 }
 
@@ -132,13 +132,19 @@ bool ClientStream::isOpen() const noexcept {
 void ClientStream::finishIfIdle() {
     if (over && !reading.underWay && !writing.underWay && !finishing.underWay) {
         finishing.underWay = true;
-        call->Finish(&status, &finishing);
+        call->Finish(&status, finishing.tag());
     }
 }
 
 void ClientStream::callFinished(bool) {
-    const StreamEnd reached = end();
-    if (!ownEnd && reached.kind == StreamEnd::Kind::disconnected &&
+    StreamEnd reached;
+    bool cancelled = false;
+    {
+        const std::lock_guard lock(mutex);
+        cancelled = ownEnd.has_value();
+        reached = cancelled ? *ownEnd : fromStatus(status);
+    }
+    if (!cancelled && reached.kind == StreamEnd::Kind::disconnected &&
         connection->processDescriptor >= 0) {
         // A dying process loses its sockets a moment before it is gone: which one it was shows
         // then.
@@ -148,10 +154,6 @@ void ClientStream::callFinished(bool) {
     } else {
         conclude(reached);
     }
-}
-
-StreamEnd ClientStream::end() const {
-    return ownEnd ? *ownEnd : fromStatus(status);
 }
 
 void ClientStream::conclude(const StreamEnd& end) {

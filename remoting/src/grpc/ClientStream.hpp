@@ -56,7 +56,6 @@ private:
     void callFinished(bool ok);
     void finishIfIdle();
     bool isOpen() const noexcept;
-    StreamEnd end() const;
     void conclude(const StreamEnd& end);
 
     const OwnProcess process;

@@ -104,9 +104,9 @@ public:
         auto& call = stream->call();
         grpc::CompletionQueue* queue = &owner.reactor->queue();
         if (kind == StreamKind::control) {
-            owner.service.RequestControl(&context, &call, queue, owner.notifications, this);
+            owner.service.RequestControl(&context, &call, queue, owner.notifications, tag());
         } else {
-            owner.service.RequestCall(&context, &call, queue, owner.notifications, this);
+            owner.service.RequestCall(&context, &call, queue, owner.notifications, tag());
         }
     }
 

@@ -63,7 +63,7 @@ public:
             const std::lock_guard lock(owner.mutex);
             ++owner.calls;
         }
-        owner.service.RequestCall(&context, &call, &owner.queue, &owner.notifications, this);
+        owner.service.RequestCall(&context, &call, &owner.queue, &owner.notifications, tag());
     }
 
     void completed(bool ok) override {
@@ -112,7 +112,7 @@ private:
 
     void read(Step next) {
         step = next;
-        call.Read(&message, this);
+        call.Read(&message, tag());
     }
 
     void answer() {
@@ -121,10 +121,10 @@ private:
             finish({grpc::StatusCode::INVALID_ARGUMENT, "The request is malformed."});
         } else if (watching) {
             step = Step::write;
-            call.Write(response(isKnown(*name) ? serving : unknownService), this);
+            call.Write(response(isKnown(*name) ? serving : unknownService), tag());
         } else if (isKnown(*name)) {
             step = Step::finish;
-            call.WriteAndFinish(response(serving), grpc::WriteOptions(), grpc::Status::OK, this);
+            call.WriteAndFinish(response(serving), grpc::WriteOptions(), grpc::Status::OK, tag());
         } else {
             finish({grpc::StatusCode::NOT_FOUND, "The endpoint has no such service."});
         }
@@ -132,7 +132,7 @@ private:
 
     void finish(const grpc::Status& status) {
         step = Step::finish;
-        call.Finish(status, this);
+        call.Finish(status, tag());
     }
 
     void end() {

@@ -324,7 +324,7 @@ bool Reactor::handleEvent(TimePoint timeLimit, std::deque<Task>& posted) {
     switch (completions->AsyncNext(&tag, &ok, timeLimit)) {
     case grpc::CompletionQueue::GOT_EVENT: {
         const Collection outer = std::exchange(collection, {this, &posted});
-        static_cast<Operation*>(tag)->completed(ok);
+        Operation::ofTag(tag).completed(ok);
         collection = outer;
         return true;
     }
@@ -345,7 +345,7 @@ bool Reactor::handleEvent(TimePoint timeLimit, std::deque<Task>& posted) {
 void Reactor::kickLeader() {
     if (!kicked && !stopping) {
         kicked = true;
-        alarm.Set(completions.get(), gpr_now(GPR_CLOCK_MONOTONIC), &kick);
+        alarm.Set(completions.get(), gpr_now(GPR_CLOCK_MONOTONIC), kick.tag());
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "carrier/Carrier.hpp"
 #include "carrier/OwnProcess.hpp"
+#include "grpc/Operation.hpp"
 
 #include <grpcpp/alarm.h>
 #include <grpcpp/completion_queue.h>
@@ -16,15 +17,6 @@
 #include <thread>
 
 namespace agent::orvi::remoting::details {
-
-/// Something that a completion queue reports; its address is the tag.
-class Operation {
-public:
-    virtual void completed(bool ok) = 0;
-
-protected:
-    ~Operation() = default;
-};
 
 /// Handles the events of one completion queue, one at a time, on whatever thread there is: a
 /// thread that waits for its answer does it itself, so that the answer needs no further thread to

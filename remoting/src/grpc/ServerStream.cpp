@@ -9,7 +9,7 @@
 namespace agent::orvi::remoting::details {
 
 ServerStream::ServerStream() {
-    remote->context.AsyncNotifyWhenDone(&leaving);
+    remote->context.AsyncNotifyWhenDone(leaving.tag());
 }
 
 void ServerStream::begin(std::shared_ptr<StreamEvents> receiver, Executor::Task whenEnded) {
@@ -27,7 +27,7 @@ void ServerStream::send(OutgoingFrame frame) {
     const std::lock_guard lock(mutex);
     if (!ending && process.isHere()) {
         writing.underWay = true;
-        remote->call.Write(message, options, &writing);
+        remote->call.Write(message, options, writing.tag());
     }
 }
 
@@ -35,7 +35,7 @@ void ServerStream::receive() {
     const std::lock_guard lock(mutex);
     if (!ending && process.isHere()) {
         reading.underWay = true;
-        remote->call.Read(&incoming, &reading);
+        remote->call.Read(&incoming, reading.tag());
     }
 }
 
@@ -103,7 +103,7 @@ void ServerStream::messageWritten(bool ok) {
 void ServerStream::finishIfIdle() {
     if (self && ending && !writing.underWay && !finishing.underWay) {
         finishing.underWay = true;
-        remote->call.Finish(toStatus(*ending), &finishing);
+        remote->call.Finish(toStatus(*ending), finishing.tag());
     }
 }
 
