@@ -33,6 +33,15 @@ function(orvi_limit_exports target script)
     set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${script})
 endfunction()
 
+# The library under test is optimised. Optimising the tests themselves doubles the time to compile
+# them, and looking for undefined behaviour in them as well doubles it again.
+function(orvi_compile_as_test target)
+    target_compile_options(${target} PRIVATE -O0 -g1)
+    if(CMAKE_CXX_FLAGS MATCHES "-fsanitize=.*undefined")
+        target_compile_options(${target} PRIVATE -fno-sanitize=undefined)
+    endif()
+endfunction()
+
 # A test program over GoogleTest; every case is one test of ctest.
 #
 # orvi_add_test(<name> SOURCES <file>... LIBS <target>...)
@@ -45,8 +54,7 @@ function(orvi_add_test name)
     orvi_configure_target(${name})
     target_link_libraries(${name} PRIVATE ${arg_LIBS} GTest::gmock_main)
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
-    # The library under test is optimised; optimising the tests doubles the time to compile them.
-    target_compile_options(${name} PRIVATE $<$<CONFIG:RelWithDebInfo>:-O0 -g1>)
+    orvi_compile_as_test(${name})
     gtest_discover_tests(
         ${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS unit
     )

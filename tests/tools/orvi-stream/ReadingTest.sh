@@ -235,16 +235,24 @@ ShowsTheTimeThatIsLeft() {
     publishOne --live - <"$work/pipe"
     : >"$work/seen"
     script --quiet --flush --return --command \
-        "'$program' cat --runtime-dir '$runtime' --count 1G $uuid >/dev/null" "$work/seen" \
+        "'$program' cat --runtime-dir '$runtime' --count 50M $uuid >/dev/null" "$work/seen" \
         >/dev/null </dev/null &
     reader=$!
     until grep --quiet --extended-regexp \
-        'B of 1\.0 GiB  [0-9]+ %  [0-9.]+ ([KMG]i)?B/s  ([0-9]+:)?[0-9]+:[0-9]{2} left' "$work/seen"; do
-        head --bytes 50000 /dev/zero >&"$input"
+        'B of 50\.0 MiB  [0-9]+ %  [0-9.]+ ([KMG]i)?B/s  ([0-9]+:)?[0-9]+:[0-9]{2} left' "$work/seen"; do
+        # Once the reader has ended, the pipe stays full.
+        dd if=/dev/zero bs=50000 count=1 oflag=nonblock status=none >&"$input" 2>/dev/null || true
         kill -0 "$reader" || fail "It ended: $(cat -v "$work/seen")"
     done
     kill -KILL "$publisher"
     wait "$reader" || true
+}
+
+ShowsNoProgressWithoutATerminal() {
+    truncate --size 1G "$work/file"
+    publishOne "$work/file"
+    expectStatus 0 stream cat "$uuid" >/dev/null
+    expectSilence
 }
 
 ShowsNoProgressWhereTheDataGo() {
