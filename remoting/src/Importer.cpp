@@ -6,6 +6,7 @@
 #include "discovery/ProcessWatch.hpp"
 #include "discovery/RuntimeDirectory.hpp"
 #include "discovery/TargetPeers.hpp"
+#include "grpc/CertificateFiles.hpp"
 #include "grpc/ClientConnection.hpp"
 #include "grpc/Credentials.hpp"
 #include "imports/ImportTable.hpp"
@@ -20,6 +21,7 @@
 
 #include <algorithm>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <stdexcept>
@@ -73,7 +75,7 @@ class Importer::Impl : public std::enable_shared_from_this<Importer::Impl> {
 public:
     explicit Impl(const ImporterOptions& options)
         : keepalive{options.keepaliveTime, options.keepaliveTimeout}
-        , credentials(options.tls ? clientCredentials(*options.tls) : nullptr) {}
+        , certificates(options.tls ? std::make_unique<CertificateFiles>(*options.tls) : nullptr) {}
 
     ~Impl() { close(); }
 
@@ -225,7 +227,7 @@ private:
         if (closed || targetOfAddress.contains(name)) {
             return;
         }
-        if (!credentials && !isLoopback(address)) {
+        if (!certificates && !isLoopback(address)) {
             setStatus(
                 {name, PeerStatus::State::failed, "",
                  "Without TLS, only loopback addresses are connected to."});
@@ -235,7 +237,8 @@ private:
         targetOfAddress[name] = address.target;
         connect(
             ClientConnection::tcp(
-                reactor, grpcAddress(address), address.hostName, credentials, keepalive),
+                reactor, grpcAddress(address), address.hostName,
+                certificates ? clientCredentials(*certificates->current()) : nullptr, keepalive),
             name);
     }
 
@@ -330,7 +333,7 @@ private:
     };
 
     const Keepalive keepalive;
-    const std::shared_ptr<grpc::ChannelCredentials> credentials;
+    const std::unique_ptr<CertificateFiles> certificates; // null without TLS
 
     std::mutex closing;
     Housekeeper housekeeper;

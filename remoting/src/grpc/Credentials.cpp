@@ -3,37 +3,66 @@
 #include "grpc/Throughput.hpp"
 #include "wire/FrameLimits.hpp"
 
-#include <grpcpp/security/tls_certificate_provider.h>
-#include <grpcpp/security/tls_credentials_options.h>
+#include <grpc/grpc.h>
+#include <grpc/grpc_security.h>
 
-#include <cerrno>
-#include <fstream>
-#include <system_error>
+#include <exception>
+#include <mutex>
+#include <string>
+#include <utility>
 
 namespace agent::orvi::remoting::details {
 namespace {
 
-using grpc::experimental::FileWatcherCertificateProvider;
+/// Asks for the certificates of each connection anew. The public interface of gRPC has only
+/// credentials that read files by themselves, and let nobody in while these do not fit together.
+class ServerTls final : public grpc::ServerCredentials {
+public:
+    explicit ServerTls(const TlsFiles& files)
+        : files(files) {}
 
-constexpr unsigned int lookAtFilesAgainSeconds = 1;
+    void SetAuthMetadataProcessor(const std::shared_ptr<grpc::AuthMetadataProcessor>&) override {}
 
-void checkReadable(const std::filesystem::path& file) {
-    errno = 0;
-    std::ifstream stream(file);
-    if (!stream || stream.peek() == std::ifstream::traits_type::eof()) {
-        throw std::system_error(
-            errno != 0 ? errno : EINVAL, std::generic_category(),
-            "Cannot read \"" + file.string() + "\"");
+private:
+    int AddPortToServer(const std::string& address, grpc_server* server) override {
+        grpc_server_credentials* const credentials =
+            grpc_ssl_server_credentials_create_with_options(
+                grpc_ssl_server_credentials_create_options_using_config_fetcher(
+                    GRPC_SSL_REQUEST_AND_REQUIRE_CLIENT_CERTIFICATE_AND_VERIFY, &fetch, this));
+        const int port = grpc_server_add_http2_port(server, address.c_str(), credentials);
+        grpc_server_credentials_release(credentials);
+        return port;
     }
-}
 
-std::shared_ptr<FileWatcherCertificateProvider> watch(const TlsFiles& files) {
-    checkReadable(files.certificates);
-    checkReadable(files.privateKey);
-    checkReadable(files.authorities);
-    return std::make_shared<FileWatcherCertificateProvider>(
-        files.privateKey, files.certificates, files.authorities, lookAtFilesAgainSeconds);
-}
+    static grpc_ssl_certificate_config_reload_status
+    fetch(void* self, grpc_ssl_server_certificate_config** configuration) noexcept {
+        try {
+            return static_cast<ServerTls*>(self)->renew(*configuration);
+        } catch (const std::exception&) {
+            return GRPC_SSL_CERTIFICATE_CONFIG_RELOAD_FAIL; // no memory: the old one remains
+        }
+    }
+
+    grpc_ssl_certificate_config_reload_status
+    renew(grpc_ssl_server_certificate_config*& configuration) {
+        auto present = files.current();
+        const std::lock_guard lock(mutex);
+        if (present == used) {
+            return GRPC_SSL_CERTIFICATE_CONFIG_RELOAD_UNCHANGED;
+        }
+        const grpc_ssl_pem_key_cert_pair pair{
+            present->privateKey.c_str(), present->certificates.c_str()};
+        configuration =
+            grpc_ssl_server_certificate_config_create(present->authorities.c_str(), &pair, 1);
+        used = std::move(present);
+        return GRPC_SSL_CERTIFICATE_CONFIG_RELOAD_NEW;
+    }
+
+    CertificateFiles files;
+
+    std::mutex mutex;
+    std::shared_ptr<const Identification> used;
+};
 
 } // namespace
 
@@ -53,20 +82,13 @@ grpc::ChannelArguments clientArguments(Keepalive keepalive) {
     return arguments;
 }
 
-std::shared_ptr<grpc::ChannelCredentials> clientCredentials(const TlsFiles& files) {
-    grpc::experimental::TlsChannelCredentialsOptions options;
-    options.set_certificate_provider(watch(files));
-    options.watch_root_certs();
-    options.watch_identity_key_cert_pairs();
-    return grpc::experimental::TlsCredentials(options);
+std::shared_ptr<grpc::ChannelCredentials> clientCredentials(const Identification& identification) {
+    return grpc::SslCredentials(
+        {identification.authorities, identification.privateKey, identification.certificates});
 }
 
 std::shared_ptr<grpc::ServerCredentials> serverCredentials(const TlsFiles& files) {
-    grpc::experimental::TlsServerCredentialsOptions options(watch(files));
-    options.watch_root_certs();
-    options.watch_identity_key_cert_pairs();
-    options.set_cert_request_type(GRPC_SSL_REQUEST_AND_REQUIRE_CLIENT_CERTIFICATE_AND_VERIFY);
-    return grpc::experimental::TlsServerCredentials(options);
+    return std::make_shared<ServerTls>(files);
 }
 
 } // namespace agent::orvi::remoting::details

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "grpc/CertificateFiles.hpp"
 #include "grpc/ClientConnection.hpp"
 
 #include <orvi/remoting/TlsFiles.hpp>
@@ -15,11 +16,12 @@ namespace agent::orvi::remoting::details {
 /// Make the settings that every connection has on the importing side.
 grpc::ChannelArguments clientArguments(Keepalive keepalive);
 
-/// Both sides show a certificate and check the other one's. The files are read again when they
-/// change.
+/// Both sides show a certificate and check the other one's.
+std::shared_ptr<grpc::ChannelCredentials> clientCredentials(const Identification& identification);
+
+/// The files are read again for every connection. Must outlive the server.
 ///
-/// @throws std::system_error when a file cannot be read, with its path.
-std::shared_ptr<grpc::ChannelCredentials> clientCredentials(const TlsFiles& files);
+/// @throws std::system_error, std::invalid_argument when the files cannot be used now.
 std::shared_ptr<grpc::ServerCredentials> serverCredentials(const TlsFiles& files);
 
 } // namespace agent::orvi::remoting::details

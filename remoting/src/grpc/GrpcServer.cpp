@@ -135,9 +135,10 @@ GrpcServer::GrpcServer(const ServerSettings& settings, AcceptStream acceptStream
     builder.SetOption(std::make_unique<Reflection>(settings.reflection));
     localAcceptor = builder.experimental().AddExternalConnectionAcceptor(
         AcceptorType::FROM_FD, grpc::InsecureServerCredentials());
-    tcpAcceptor = builder.experimental().AddExternalConnectionAcceptor(
-        AcceptorType::FROM_FD,
-        settings.tls ? serverCredentials(*settings.tls) : grpc::InsecureServerCredentials());
+    tcpCredentials =
+        settings.tls ? serverCredentials(*settings.tls) : grpc::InsecureServerCredentials();
+    tcpAcceptor =
+        builder.experimental().AddExternalConnectionAcceptor(AcceptorType::FROM_FD, tcpCredentials);
     auto queue = builder.AddCompletionQueue();
     notifications = queue.get();
     server = builder.BuildAndStart();

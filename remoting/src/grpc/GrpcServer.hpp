@@ -11,6 +11,7 @@
 #include <orvi/remoting/v1/streams.grpc.pb.h>
 
 #include <grpcpp/generic/async_generic_service.h>
+#include <grpcpp/security/server_credentials.h>
 #include <grpcpp/server.h>
 #include <grpcpp/server_builder.h>
 
@@ -40,6 +41,7 @@ public:
     ///
     /// @param acceptStream decides over every stream that a peer opens.
     /// @throws std::system_error when a file of the TLS settings cannot be read.
+    /// @throws std::invalid_argument when there is no use for what these contain.
     /// @throws std::runtime_error when gRPC cannot start.
     GrpcServer(const ServerSettings& settings, AcceptStream acceptStream);
 
@@ -84,6 +86,7 @@ private:
     std::unique_ptr<HealthService> health;
     std::shared_ptr<Reactor> reactor;
     grpc::ServerCompletionQueue* notifications = nullptr; // the reactor's
+    std::shared_ptr<grpc::ServerCredentials> tcpCredentials;
     Acceptor localAcceptor;
     Acceptor tcpAcceptor;
     std::unique_ptr<grpc::Server> server;
