@@ -1,65 +1,16 @@
-#include "remoting/safety/Certificates.hpp"
-#include "remoting/safety/EndpointTest.hpp"
-#include "remoting/safety/RawEndpoint.hpp"
+#include "remoting/safety/TlsTest.hpp"
 
-#include <orvi/remoting/Importer.hpp>
+#include "support/ThrowsExactly.hpp"
 
-#include <vector>
+#include <fstream>
+#include <stdexcept>
+#include <system_error>
 
 namespace agent::orvi::remoting::test {
 namespace {
 
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-/// An endpoint with a certificate, and importers that have one or another.
-class MutualTlsTest : public EndpointTest {
-protected:
-    MutualTlsTest() {
-        options.local = false;
-        options.listen = {"127.0.0.1:0"};
-        options.tls = authority.certify("endpoint");
-    }
-
-    ~MutualTlsTest() override { endpoint.reset(); } // it serves nobody without a certificate
-
-    /// Return the credentials of an importer that trusts this authority.
-    grpc::SslCredentialsOptions trusting() const {
-        grpc::SslCredentialsOptions credentials;
-        credentials.pem_root_certs = contentOf(authority.certificate());
-        return credentials;
-    }
-
-    /// The same with a certificate of its own.
-    grpc::SslCredentialsOptions certified(const TlsFiles& files) const {
-        grpc::SslCredentialsOptions credentials = trusting();
-        credentials.pem_cert_chain = contentOf(files.certificates);
-        credentials.pem_private_key = contentOf(files.privateKey);
-        return credentials;
-    }
-
-    std::shared_ptr<grpc::Channel> connect(const grpc::SslCredentialsOptions& credentials) const {
-        return EndpointTest::connect(
-            endpoint->addresses().at(0), grpc::SslCredentials(credentials));
-    }
-
-    /// Return how a look-up ends, OK when it is answered.
-    static grpc::Status lookUp(const std::shared_ptr<grpc::Channel>& channel) {
-        RawStream control(channel, "Control");
-        control.send(greeting());
-        return control.receive() ? grpc::Status::OK : control.end();
-    }
-
-    /// Return whether a peer with such a certificate, and nobody else, is what a rule means.
-    bool isKnownAs(const TlsFiles& peer, const std::string& identity) {
-        options.access = {{.identity = identity}, {.allow = false}};
-        open();
-        return offerOf(published, connect(certified(peer))).has_value();
-    }
-
-    CertificateAuthority authority;
-    Published published{"bytes"};
-};
 
 TEST_F(MutualTlsTest, ServesWhoeverItsAuthorityHasCertified) {
     open();
@@ -140,6 +91,43 @@ TEST_F(MutualTlsTest, NeedsFilesThatCanBeRead) {
     }
 }
 
+TEST_F(MutualTlsTest, NeedsFilesThatFitTogether) {
+    const auto expectError = [this](const TlsFiles& files, const std::string& text) {
+        options.tls = files;
+        EXPECT_THAT(
+            [this] { open(); }, streambuf::test::throwsExactly<std::invalid_argument>(text));
+        ImporterOptions importing;
+        importing.local = false;
+        importing.targets = {"127.0.0.1:1"};
+        importing.tls = files;
+        EXPECT_THAT(
+            [&] { const Importer importer(importing); },
+            streambuf::test::throwsExactly<std::invalid_argument>(text));
+    };
+    const TlsFiles files = *options.tls;
+    TlsFiles wrong = files;
+    wrong.privateKey = authority.certify("other").privateKey;
+    expectError(
+        wrong, '"' + wrong.privateKey.string() + "\" contains the key of another certificate.");
+    wrong = files;
+    wrong.certificates = files.privateKey;
+    expectError(wrong, '"' + files.privateKey.string() + "\" contains no certificate.");
+    wrong = files;
+    wrong.authorities = files.privateKey;
+    expectError(wrong, '"' + files.privateKey.string() + "\" contains no certificate.");
+    wrong = files;
+    wrong.privateKey = files.certificates;
+    expectError(
+        wrong,
+        '"' + files.certificates.string() + "\" contains no private key, or one with a password.");
+    const auto cut = directory.path / "cut.pem";
+    std::ofstream(cut, std::ios_base::binary)
+        << contentOf(files.certificates) << "-----BEGIN CERTIFICATE-----\nMIIB\n";
+    wrong = files;
+    wrong.certificates = cut;
+    expectError(wrong, '"' + cut.string() + "\" contains something that is no certificate.");
+}
+
 TEST_F(MutualTlsTest, ListensBeyondTheLoopbackDeviceOnlyWithFiles) {
     options.tls.reset();
     EXPECT_THROW(open(), std::invalid_argument);
@@ -147,61 +135,6 @@ TEST_F(MutualTlsTest, ListensBeyondTheLoopbackDeviceOnlyWithFiles) {
     options.listen = {"0.0.0.0:0"};
     EXPECT_THROW(open(), std::invalid_argument);
 }
-
-/// An importer with a certificate, and endpoints that have one or another.
-class MutualTlsImporterTest : public testing::Test {
-protected:
-    MutualTlsImporterTest() {
-        options.local = false;
-        options.tls = authority.certify("importer");
-    }
-
-    static std::shared_ptr<grpc::ServerCredentials>
-    credentials(const TlsFiles& files, const std::filesystem::path& authorities) {
-        grpc::SslServerCredentialsOptions result(
-            GRPC_SSL_REQUEST_AND_REQUIRE_CLIENT_CERTIFICATE_AND_VERIFY);
-        result.pem_root_certs = contentOf(authorities);
-        result.pem_key_cert_pairs.push_back(
-            {contentOf(files.privateKey), contentOf(files.certificates)});
-        return grpc::SslServerCredentials(result);
-    }
-
-    /// Return what becomes of a connection to an endpoint under a name.
-    PeerStatus connectTo(
-        const TlsFiles& files, const std::string& host = "127.0.0.1",
-        const std::filesystem::path& authorities = {}) {
-        const RawEndpoint endpoint(
-            [](grpc::ServerContext&, RawEndpoint::Stream& stream) {
-                v1::Frame frame;
-                frame.mutable_hello()->set_major(1);
-                frame.mutable_hello()->set_framework("another framework");
-                frame.mutable_hello()->set_endpoint("endpoint");
-                stream.Write(frame);
-                while (stream.Read(&frame)) {
-                }
-                return grpc::Status::OK;
-            },
-            {}, credentials(files, authorities.empty() ? authority.certificate() : authorities));
-        options.targets = {host + ":" + std::to_string(endpoint.port())};
-        const Importer importer(options);
-        PeerStatus status;
-        EXPECT_TRUE(eventually([&] {
-            for (const auto& peer : importer.peers()) {
-                // A name may have an address at which nobody listens.
-                if (peer.state != PeerStatus::State::connecting &&
-                    peer.address.starts_with("127.0.0.1:")) {
-                    status = peer;
-                    return true;
-                }
-            }
-            return false;
-        }));
-        return status;
-    }
-
-    CertificateAuthority authority;
-    ImporterOptions options;
-};
 
 TEST_F(MutualTlsImporterTest, ConnectsToEndpointsThatAreCertifiedForTheirNames) {
     const TlsFiles files = authority.certify("endpoint");
