@@ -163,9 +163,7 @@ private:
         std::shared_ptr<StreamEvents> events;
         if (kind == StreamKind::control) {
             auto session = std::make_shared<ControlSession>(
-                std::move(stream), std::move(peer), table, name,
-                std::shared_ptr<const AccessPolicy>(terms, &terms->access), limits.wantedFilters,
-                executor);
+                std::move(stream), table, name, limits.wantedFilters, executor);
             remember(controls, session);
             events = session;
         } else {

@@ -43,13 +43,4 @@ bool AccessPolicy::allows(
     return true;
 }
 
-bool AccessPolicy::allowsSome(
-    const PeerNames& peer, const ExportedService& service) const noexcept {
-    const auto& methods = service.service->serviceInterface().methods();
-    return rules.empty() || methods.empty() ||
-           std::any_of(methods.begin(), methods.end(), [&](const core::ExportedFunction& method) {
-               return allows(peer, service.name, method.name());
-           });
-}
-
 } // namespace agent::orvi::remoting::details

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "carrier/Carrier.hpp"
-#include "exports/ExportedService.hpp"
 
 #include <orvi/remoting/AccessRule.hpp>
 
@@ -23,10 +22,6 @@ public:
     /// Say whether a peer may call a method. Of the rules, the first one that fits decides.
     bool
     allows(const PeerNames& peer, std::string_view service, std::string_view method) const noexcept;
-
-    /// Say whether a peer may call anything of a service that there is. If not, it does not hear of
-    /// the service.
-    bool allowsSome(const PeerNames& peer, const ExportedService& service) const noexcept;
 
 private:
     std::vector<AccessRule> rules;

@@ -128,9 +128,6 @@ void CallSession::greet(const v1::Frame& greeting) {
     }
     serviceNumber = greeting.hello().service();
     service = table->find(serviceNumber);
-    if (service && !terms->access.allowsSome(peer, *service)) {
-        service.reset(); // it was not offered to this peer, which guesses
-    }
     state = State::idle;
     {
         const std::lock_guard lock(mutex);

@@ -22,14 +22,11 @@ constexpr std::size_t newsOfAListener = 1024;
 } // namespace
 
 ControlSession::ControlSession(
-    std::shared_ptr<Stream> stream, PeerNames peer, std::shared_ptr<ExportTable> table,
-    EndpointName name, std::shared_ptr<const AccessPolicy> access, std::size_t maximumWants,
-    Executor& executor)
+    std::shared_ptr<Stream> stream, std::shared_ptr<ExportTable> table, EndpointName name,
+    std::size_t maximumWants, Executor& executor)
     : stream(std::move(stream))
-    , peer(std::move(peer))
     , table(std::move(table))
     , name(std::move(name))
-    , access(std::move(access))
     , maximumWants(maximumWants)
     , executor(executor) {}
 
@@ -199,9 +196,6 @@ bool ControlSession::encode(const News::Item& item, OutgoingFrame& outgoing) {
         const auto service = std::as_const(*table).find(number);
         if (!service) {
             return false; // its withdrawal is on its way
-        }
-        if (!access->allowsSome(peer, *service)) {
-            return false;
         }
         try {
             v1::Offer& offer = *frame.mutable_offer();

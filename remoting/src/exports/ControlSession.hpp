@@ -1,7 +1,6 @@
 #pragma once
 
 #include "carrier/Carrier.hpp"
-#include "exports/AccessPolicy.hpp"
 #include "exports/ExportTable.hpp"
 #include "exports/News.hpp"
 #include "wire/Messages.hpp"
@@ -27,9 +26,8 @@ class ControlSession final : public StreamEvents,
                              public std::enable_shared_from_this<ControlSession> {
 public:
     ControlSession(
-        std::shared_ptr<Stream> stream, PeerNames peer, std::shared_ptr<ExportTable> table,
-        EndpointName name, std::shared_ptr<const AccessPolicy> access, std::size_t maximumWants,
-        Executor& executor);
+        std::shared_ptr<Stream> stream, std::shared_ptr<ExportTable> table, EndpointName name,
+        std::size_t maximumWants, Executor& executor);
 
     void received(google::protobuf::io::ZeroCopyInputStream& frame, std::size_t size) override;
     void sent() override;
@@ -51,10 +49,8 @@ private:
     bool encode(const News::Item& item, OutgoingFrame& frame);
 
     const std::shared_ptr<Stream> stream;
-    const PeerNames peer;
     const std::shared_ptr<ExportTable> table;
     const EndpointName name;
-    const std::shared_ptr<const AccessPolicy> access;
     const std::size_t maximumWants;
     Executor& executor;
 

@@ -6,8 +6,7 @@
 namespace agent::orvi::remoting {
 
 /// Who may call what. Of an ordered list, the first rule that fits decides; where none fits, the
-/// call is allowed. A call that is not allowed ends with `AccessDenied`; a service of which a peer
-/// may call nothing is not offered to it. A value.
+/// call is allowed. A value.
 ///
 /// The texts are patterns, in which "*" stands for any characters, none included, and every other
 /// character for itself.
