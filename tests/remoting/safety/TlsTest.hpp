@@ -54,7 +54,13 @@ protected:
     bool isKnownAs(const TlsFiles& peer, const std::string& identity) {
         options.access = {{.identity = identity}, {.allow = false}};
         open();
-        return offerOf(published, connect(certified(peer))).has_value();
+        const auto channel = connect(certified(peer));
+        const auto offer = offerOf(published, channel);
+        RawStream stream(channel, "Call");
+        stream.send(greeting(offer.value().service()));
+        const Outcome outcome = call(stream, readRequest(1));
+        EXPECT_THAT(outcome.type, testing::AnyOf("", "agent::orvi::remoting::AccessDenied"));
+        return outcome.type.empty();
     }
 
     CertificateAuthority authority;
