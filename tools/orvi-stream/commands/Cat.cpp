@@ -62,7 +62,10 @@ void cat(const CatOptions& options) {
         throw CommandFailure(ExitCode::notAllowed, "the stream is not published for reading");
     }
     const std::uint64_t offset = options.offset.value_or(0);
-    auto size = stream.seekable ? sizeOf(device) : std::nullopt;
+    std::optional<std::uint64_t> size;
+    if (stream.seekable) {
+        size = sizeOf(device);
+    }
     if ((options.offset || size) && !(stream.seekable && moveTo(device, offset))) {
         throw CommandFailure(
             ExitCode::error, "the stream does not move to offset " + std::to_string(offset));
