@@ -544,7 +544,7 @@ TEST_F(HostileEndpointTest, IsNotReadFasterThanItsOffersAreLookedAt) {
         "(&(service.imported=*)(orvi.servicename=" + streambuf::test::serviceNameOf(uuid) + "))");
 
     std::promise<void> allSent;
-    constexpr int count = 1000;
+    constexpr int count = 300;
     start(
         [&](grpc::ServerContext&, Stream& stream) {
             stream.Write(hello());

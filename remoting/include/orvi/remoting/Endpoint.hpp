@@ -54,7 +54,7 @@ struct EndpointOptions {
     CallOrder callOrder = CallOrder::oneAtATime; ///< How calls of one service are run.
 
     /// Give each connected stream buffer its own position on devices that can seek: before a call,
-    /// the position that another one moved is put back. Ignored with concurrent calls.
+    /// the position that another one moved is put back. Needs calls one at a time.
     bool positionPerConnection = false;
 
     /// Who may call what. Empty: every peer that can connect may call everything.
