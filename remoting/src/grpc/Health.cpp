@@ -136,9 +136,9 @@ private:
     }
 
     void end() {
-        HealthService& service = owner;
+        HealthService& survivor = owner;
         delete this;
-        service.callEnded();
+        survivor.callEnded();
     }
 
     HealthService& owner;
