@@ -125,7 +125,7 @@ void ExportTable::serviceChanged(const ServiceEvent& event) {
 }
 
 void ExportTable::add(const ServiceReferenceBase& reference, bool replace) {
-    const Adding adding(*this);
+    const Adding looking(*this);
     const std::uint64_t number = numberOf(reference);
     const auto service =
         context.GetService(cppmicroservices::ServiceReference<core::Invokable>(reference));

@@ -63,7 +63,7 @@ void Wants::Removed(const std::vector<ListenerInfo>& listeners) {
 }
 
 bool Wants::match(const cppmicroservices::AnyMap& properties) const {
-    std::vector<cppmicroservices::LDAPFilter> filters;
+    std::vector<cppmicroservices::LDAPFilter> candidates;
     {
         const std::lock_guard lock(mutex);
         // Nearly every look-up is for a name: no need to try all of them.
@@ -75,10 +75,10 @@ bool Wants::match(const cppmicroservices::AnyMap& properties) const {
             return true;
         }
         for (const auto& [text, entry] : wanted) {
-            filters.push_back(entry.filter);
+            candidates.push_back(entry.filter);
         }
     }
-    return std::any_of(filters.begin(), filters.end(), [&](const auto& filter) {
+    return std::any_of(candidates.begin(), candidates.end(), [&](const auto& filter) {
         return filter.Match(properties);
     });
 }
