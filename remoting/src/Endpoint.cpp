@@ -88,7 +88,12 @@ public:
             [this](StreamKind kind, std::shared_ptr<Stream> stream, PeerNames peer) {
                 return accept(kind, std::move(stream), std::move(peer));
             });
-        table = ExportTable::open(context, endpointId, server->executor());
+        auto opened = ExportTable::open(context, endpointId, server->executor());
+        {
+            // Peers come only later, but by ways that no tool can follow.
+            const std::lock_guard lock(mutex);
+            table = std::move(opened);
+        }
         listen(options);
     }
 
@@ -163,17 +168,22 @@ private:
         std::shared_ptr<StreamEvents> events;
         if (kind == StreamKind::control) {
             auto session = std::make_shared<ControlSession>(
-                std::move(stream), table, name, limits.wantedFilters, executor);
+                std::move(stream), exported(), name, limits.wantedFilters, executor);
             remember(controls, session);
             events = session;
         } else {
             auto session = std::make_shared<CallSession>(
-                std::move(stream), std::move(peer), table, terms, executor);
+                std::move(stream), std::move(peer), exported(), terms, executor);
             remember(calls, session);
             events = session;
         }
         opened.receive();
         return events;
+    }
+
+    std::shared_ptr<ExportTable> exported() {
+        const std::lock_guard lock(mutex);
+        return table;
     }
 
     template <class Session>
