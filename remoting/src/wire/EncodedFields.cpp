@@ -25,7 +25,7 @@ bool messageFits(CodedInputStream& input, const Descriptor& type, int levels) {
 }
 
 bool fieldsFit(CodedInputStream& input, const Descriptor& type, int levels) {
-    while (const std::uint32_t tag = input.ReadTag()) {
+    while (const std::uint32_t tag = readTag(input)) {
         const FieldDescriptor* const field = type.FindFieldByNumber(fieldOf(tag));
         const bool isMessage = field != nullptr && field->message_type() != nullptr &&
                                tag == tagOf(fieldOf(tag), FieldForm::length);
@@ -38,6 +38,13 @@ bool fieldsFit(CodedInputStream& input, const Descriptor& type, int levels) {
 }
 
 } // namespace
+
+std::uint32_t readTag(CodedInputStream& input) {
+    constexpr int longestTag = 5;
+    const int start = input.CurrentPosition();
+    const std::uint32_t tag = input.ReadTag();
+    return input.CurrentPosition() - start <= longestTag ? tag : 0;
+}
 
 bool skipField(CodedInputStream& input, std::uint32_t tag) {
     if (fieldOf(tag) == 0) {

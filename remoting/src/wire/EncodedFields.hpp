@@ -22,6 +22,12 @@ constexpr int fieldOf(std::uint32_t tag) noexcept {
     return static_cast<int>(tag >> 3U);
 }
 
+/// Read the tag of the next field.
+///
+/// @return 0 at the end, and for a tag that is encoded in more bytes than a tag has: of these, the
+///         library's own reader of single tags drops what is too much.
+std::uint32_t readTag(google::protobuf::io::CodedInputStream& input);
+
 /// Skip a field after its tag.
 ///
 /// @return false when it is malformed or a group, which no message of the protocol has.

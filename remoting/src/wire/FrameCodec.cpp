@@ -112,7 +112,7 @@ void FrameReader::readHead(v1::Frame& frame) {
         throw ProtocolError(tooLong(frameSize));
     }
     input.PushLimit(static_cast<int>(frameSize));
-    for (std::uint32_t tag = input.ReadTag(); tag != dataTag; tag = input.ReadTag()) {
+    for (std::uint32_t tag = readTag(input); tag != dataTag; tag = readTag(input)) {
         if (tag == 0) {
             if (input.BytesUntilLimit() != 0 || !input.ConsumedEntireMessage()) {
                 throw malformed();

@@ -214,6 +214,15 @@ TEST(FrameReaderTest, IgnoresFieldsThatItDoesNotKnowInsideOfMessages) {
     EXPECT_EQ(readFrame(request, 1).head.request().method(), "read");
 }
 
+TEST(FrameReaderTest, RefusesATagOfMoreBytesThanATagHas) {
+    const std::string longest = "\xa0\x86\x80\x80\x00\x01"s; // field 100, a number
+    const std::string tooLong = "\xa0\x86\x80\x80\x80\x00\x01"s;
+    EXPECT_FALSE(readFrame(longest).head.has_hello());
+    expectMalformed(tooLong);
+    EXPECT_TRUE(readFrame("\x0a\x06" + longest).head.has_hello());
+    expectMalformed("\x0a\x07" + tooLong);
+}
+
 TEST(FrameReaderTest, RefusesWhatIsNoFrame) {
     expectMalformed("\0"s);                       // no field
     expectMalformed("\x07"s);                     // no kind of field
