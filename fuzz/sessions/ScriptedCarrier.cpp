@@ -1,0 +1,147 @@
+#include "sessions/ScriptedCarrier.hpp"
+
+#include "Target.hpp"
+
+#include "remoting/wire/SlicedInput.hpp"
+#include "wire/FrameLimits.hpp"
+
+#include <orvi/remoting/Errors.hpp>
+
+#include <utility>
+
+namespace agent::orvi::fuzz {
+
+using namespace remoting::details;
+
+void ScriptedStream::send(OutgoingFrame frame) {
+    if (ending) {
+        return;
+    }
+    require(!sending, "one frame is sent at a time");
+    require(
+        frame.head.size() + frame.data.size <= maximumFrameSize,
+        "a frame is not longer than allowed");
+    sending = true;
+    if (whenSent) {
+        whenSent(frame.head + std::string(frame.data.data, frame.data.size));
+    }
+}
+
+void ScriptedStream::receive() {
+    if (!ending) {
+        require(!listening, "one frame is asked for at a time");
+        listening = true;
+    }
+}
+
+void ScriptedStream::finish(const StreamEnd& end) {
+    lose(end);
+}
+
+void ScriptedStream::cancel(const StreamEnd& end) {
+    if (!over) {
+        ending = end;
+    }
+}
+
+void ScriptedStream::lose(const StreamEnd& end) {
+    if (!ending) {
+        ending = end;
+    }
+}
+
+bool ScriptedStream::deliver(const std::string& frame, std::size_t sliceSize) {
+    if (!isListening()) {
+        return false;
+    }
+    listening = false;
+    const auto receiver = events;
+    test::SlicedInput source(frame, sliceSize);
+    try {
+        receiver->received(source, frame.size());
+    } catch (const remoting::ProtocolError& error) {
+        lose({StreamEnd::Kind::protocolError, error.what()});
+    }
+    return true;
+}
+
+bool ScriptedStream::acknowledge() {
+    if (!sending) {
+        return false;
+    }
+    sending = false;
+    if (!ending) {
+        const auto receiver = events;
+        receiver->sent();
+    }
+    return true;
+}
+
+bool ScriptedStream::conclude() {
+    if (!ending || over) {
+        return false;
+    }
+    over = true;
+    const auto receiver = std::move(events);
+    receiver->ended(*ending);
+    return true;
+}
+
+bool ScriptedExecutor::wait(Wait& wait, std::optional<TimePoint> timeLimit) {
+    while (!wait.isOver()) {
+        if ((timeLimit && expired) || (!timeLimit && closed)) {
+            // The second time it is the end of the stream that is waited for.
+            closed = false;
+            return false;
+        }
+        require(step(), "somebody waits for what never comes");
+    }
+    return true;
+}
+
+bool ScriptedExecutor::runNext() {
+    if (tasks.empty()) {
+        return false;
+    }
+    const Task task = std::move(tasks.front());
+    tasks.pop_front();
+    task();
+    return true;
+}
+
+std::shared_ptr<Stream> ScriptedConnection::open(StreamKind, std::shared_ptr<StreamEvents> events) {
+    const auto stream = std::make_shared<ScriptedStream>(std::move(events));
+    streams.push_back(stream);
+    if (closing || std::exchange(refuseNext, false)) {
+        stream->lose(closing.value_or(StreamEnd{StreamEnd::Kind::disconnected, "It was refused."}));
+        stream->conclude();
+    } else if (whenOpened) {
+        whenOpened(*stream);
+    }
+    return stream;
+}
+
+void ScriptedConnection::close(const StreamEnd& end) {
+    if (!closing) {
+        closing = end;
+    }
+    for (const auto& stream : streams) {
+        stream->lose(end);
+    }
+}
+
+bool ScriptedConnection::settle() {
+    for (std::size_t index = 0; index < streams.size(); ++index) {
+        const auto stream = streams[index];
+        if (stream->acknowledge() || stream->conclude()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+StreamEnd anyEnd(Input& input) {
+    return {static_cast<StreamEnd::Kind>(input.below(8)), input.text(20)};
+}
+
+} // namespace agent::orvi::fuzz
