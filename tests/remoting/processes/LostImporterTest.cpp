@@ -173,7 +173,7 @@ TEST_F(LostImporter, LeavesRoomForOtherCalls) {
 
 TEST_F(LostImporter, ThatIsStoppedIsForgottenAfterTheKeepaliveTime) {
     open(settings::quickKeepalive);
-    client.signal(SIGSTOP);
+    client.stop();
     expectNothingLeft();
     expectSurvivorGoesOn();
     client.signal(SIGCONT);

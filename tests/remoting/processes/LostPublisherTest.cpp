@@ -210,7 +210,7 @@ TEST_F(LostPublisher, ThatIsStoppedIsUnresponsiveAfterTheKeepaliveTime) {
     StreamBuffer idle = connect(uuid);
     StreamBuffer reader = connect(uuid);
     EXPECT_EQ(reader.sbumpc(), pattern(1)[0]);
-    publisher.signal(SIGSTOP);
+    publisher.stop();
     Background reading([&] { return errorOf([&] { take(reader, 100); }); });
     EXPECT_EQ(reading.get(errorTime), unresponsive);
     EXPECT_EQ(errorOf([&] { reader.pubseekpos(0, std::ios_base::in); }), unresponsive);

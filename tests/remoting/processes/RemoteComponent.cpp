@@ -113,6 +113,12 @@ void RemoteComponent::signal(int number) const {
     }
 }
 
+void RemoteComponent::stop() const {
+    signal(SIGSTOP);
+    int status = 0;
+    ::waitpid(process, &status, WUNTRACED);
+}
+
 void RemoteComponent::kill() {
     if (process > 0) {
         signal(SIGKILL);

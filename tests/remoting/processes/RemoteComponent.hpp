@@ -49,6 +49,9 @@ public:
 
     void signal(int number) const;
 
+    /// Stop it by SIGSTOP. When this returns all of its threads stand still, until it gets SIGCONT.
+    void stop() const;
+
     /// End it by SIGKILL. When this returns it is gone.
     void kill();
 
