@@ -70,7 +70,7 @@ public:
     }
 
     /// Once nothing more happens.
-    void checkSettled(const ExportTable& table, const AccessPolicy& access) const {
+    void checkSettled(const ExportTable& table) const {
         if (stream->isEnding() || !certain) {
             return;
         }
@@ -82,8 +82,7 @@ public:
         for (std::uint64_t number = 0; number < lastService; ++number) {
             const auto service = table.find(number);
             const bool matches =
-                service && access.allowsSome({"uid:1"}, *service) &&
-                std::any_of(wants.begin(), wants.end(), [&](const auto& want) {
+                service && std::any_of(wants.begin(), wants.end(), [&](const auto& want) {
                     return cppmicroservices::LDAPFilter(want.second).Match(service->asMap);
                 });
             require(
@@ -131,14 +130,10 @@ private:
 void fuzzExporterControl(Input& input) {
     ScriptedExecutor executor;
     const auto table = ExportTable::open(streambuf::test::registryContext(), "endpoint", executor);
-    const auto access = std::make_shared<const AccessPolicy>(
-        input.oneIn(4) ? std::vector<remoting::AccessRule>{{"uid:1", "*_2", "*", false}}
-                       : std::vector<remoting::AccessRule>());
     const std::size_t maximumWants = input.oneIn(4) ? 3 : 100;
     Peer peer(input);
     auto session = std::make_shared<ControlSession>(
-        peer.stream, PeerNames{"uid:1"}, table, EndpointName{"framework", "endpoint"}, access,
-        maximumWants, executor);
+        peer.stream, table, EndpointName{"framework", "endpoint"}, maximumWants, executor);
     peer.stream->follow(session);
     peer.stream->receive();
     peer.begin();
@@ -189,7 +184,7 @@ void fuzzExporterControl(Input& input) {
         }
     };
     settle();
-    peer.checkSettled(*table, *access);
+    peer.checkSettled(*table);
     peer.stream->lose({StreamEnd::Kind::disconnected, {}});
     settle();
     services.clear();
