@@ -34,22 +34,7 @@ public:
     void cancel(const StreamEnd& end) override;
 
 private:
-    class Step final : public Operation {
-    public:
-        using Completed = void (ClientStream::*)(bool ok);
-
-        Step(ClientStream& stream, Completed completion)
-            : stream(stream)
-            , completion(completion) {}
-
-        void completed(bool ok) override { (stream.*completion)(ok); }
-
-        bool underWay = false;
-
-    private:
-        ClientStream& stream;
-        const Completed completion;
-    };
+    using Step = StreamOperation<ClientStream>;
 
     void messageRead(bool ok);
     void messageWritten(bool ok);

@@ -35,4 +35,23 @@ protected:
     ~Operation() = default;
 };
 
+/// One of the operations that a stream has under way at times.
+template <class Stream>
+class StreamOperation final : public Operation {
+public:
+    using Completed = void (Stream::*)(bool ok);
+
+    StreamOperation(Stream& stream, Completed completion)
+        : stream(stream)
+        , completion(completion) {}
+
+    void completed(bool ok) override { (stream.*completion)(ok); }
+
+    bool underWay = false;
+
+private:
+    Stream& stream;
+    const Completed completion;
+};
+
 } // namespace agent::orvi::remoting::details

@@ -36,23 +36,7 @@ public:
     void cancel(const StreamEnd& end) override;
 
 private:
-    /// One of the operations that the stream has under way.
-    class Step final : public Operation {
-    public:
-        using Completed = void (ServerStream::*)(bool ok);
-
-        Step(ServerStream& stream, Completed completion)
-            : stream(stream)
-            , completion(completion) {}
-
-        void completed(bool ok) override { (stream.*completion)(ok); }
-
-        bool underWay = false;
-
-    private:
-        ServerStream& stream;
-        const Completed completion;
-    };
+    using Step = StreamOperation<ServerStream>;
 
     void messageRead(bool ok);
     void messageWritten(bool ok);
