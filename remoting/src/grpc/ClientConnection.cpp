@@ -111,6 +111,18 @@ void ClientConnection::streamEnded(ClientStream& stream) {
     }
 }
 
+/// Return how a stream has ended: of a lost connection, the first stream to end knows more than
+/// those that find it gone.
+StreamEnd ClientConnection::withKnownCause(StreamEnd end) {
+    const std::lock_guard lock(mutex);
+    if (end.kind == StreamEnd::Kind::unresponsive || end.kind == StreamEnd::Kind::terminated) {
+        loss = end;
+    } else if (end.kind == StreamEnd::Kind::disconnected && loss) {
+        return *loss;
+    }
+    return end;
+}
+
 /// Say whether the peer's process has ended, or is just ending. May wait for a moment.
 bool ClientConnection::isProcessOver() const {
     pollfd ended{processDescriptor, POLLIN, 0};

@@ -64,6 +64,7 @@ private:
     friend class ClientStream;
 
     void streamEnded(ClientStream& stream);
+    StreamEnd withKnownCause(StreamEnd end);
     bool isProcessOver() const;
 
     const std::shared_ptr<Reactor> reactor;
@@ -75,6 +76,7 @@ private:
     std::condition_variable noStreams;
     std::set<ClientStream*> streams;
     std::optional<StreamEnd> closed;
+    std::optional<StreamEnd> loss; // of the peer, once its cause is known
 };
 
 } // namespace agent::orvi::remoting::details

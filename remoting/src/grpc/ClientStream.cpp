@@ -144,12 +144,18 @@ void ClientStream::callFinished(bool) {
         cancelled = ownEnd.has_value();
         reached = cancelled ? *ownEnd : fromStatus(status);
     }
+    if (!cancelled) {
+        reached = connection->withKnownCause(std::move(reached));
+    }
     if (!cancelled && reached.kind == StreamEnd::Kind::disconnected &&
         connection->processDescriptor >= 0) {
         // A dying process loses its sockets a moment before it is gone: which one it was shows
         // then.
         connection->reactor->post([self = shared_from_this(), reached] {
-            self->conclude(self->connection->isProcessOver() ? processHasEnded() : reached);
+            ClientConnection& connection = *self->connection;
+            self->conclude(
+                connection.isProcessOver() ? connection.withKnownCause(processHasEnded())
+                                           : reached);
         });
     } else {
         conclude(reached);
