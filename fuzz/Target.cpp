@@ -1,12 +1,13 @@
 #include "Target.hpp"
 
+#include <cstdio>
 #include <cstdlib>
-#include <iostream>
 
 namespace agent::orvi::fuzz {
 
 void fail(std::string_view what) {
-    std::cerr << "\nDoes not hold: " << what << std::endl;
+    // A target may have redirected the streams.
+    std::fprintf(stderr, "\nDoes not hold: %.*s\n", static_cast<int>(what.size()), what.data());
     std::abort();
 }
 

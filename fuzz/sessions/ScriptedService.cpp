@@ -35,6 +35,8 @@ static std::string seenOf(const GenericPayload& payload) {
 void ServiceScript::answer(core::CompletionHandler handler, bool mayWait) {
     if (mayWait && input.oneIn(3)) {
         waiting.push_back(std::move(handler));
+    } else if (input.oneIn(8)) {
+        throw std::logic_error("A service object should not throw.");
     } else {
         answerNow(handler);
     }
@@ -60,7 +62,7 @@ bool ServiceScript::take(const std::string& answer) {
 }
 
 void ServiceScript::answerNow(const core::CompletionHandler& handler) {
-    switch (input.below(8)) {
+    switch (input.below(7)) {
     case 0:
         handler.error(std::make_exception_ptr(std::range_error(input.text(30))));
         break;
@@ -70,11 +72,9 @@ void ServiceScript::answerNow(const core::CompletionHandler& handler) {
     case 2:
         break; // dropped
     case 3:
-        throw std::logic_error("A service object should not throw.");
-    case 4:
         handler.success(GenericPayload::fromValues(std::vector<int>{1}));
         break;
-    case 5: {
+    case 4: {
         std::promise<std::string> promise;
         promise.set_value("late");
         given.insert(seenOf(GenericPayload::fromValues(std::string("late"))));
