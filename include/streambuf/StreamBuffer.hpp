@@ -131,6 +131,7 @@ ORVI_STREAMBUF_EXPORT StreamBuffer makeDevice(
 /// @throws std::invalid_argument "invalid stoull argument" when the published buffer size is no
 ///         number.
 /// @throws std::out_of_range "stoull argument out of range" when it does not fit 64 bits.
+/// @throws std::length_error, std::bad_alloc when a buffer of that size cannot be made.
 /// @throws cppmicroservices::ServiceException "No service is being tracked" when the service
 ///         vanished while its properties were about to be read.
 /// @throws cppmicroservices::BadAnyCastException when a published property is missing or no text.
