@@ -14,11 +14,15 @@ std::atomic<std::size_t> largestSize{0};
 
 } // namespace
 
-void* operator new(std::size_t size) {
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     std::size_t largest = largestSize.load(std::memory_order_relaxed);
     while (size > largest && !largestSize.compare_exchange_weak(largest, size)) {
     }
-    if (void* memory = std::malloc(size == 0 ? 1 : size)) {
+    return std::malloc(size == 0 ? 1 : size);
+}
+
+void* operator new(std::size_t size) {
+    if (void* memory = operator new(size, std::nothrow)) {
         return memory;
     }
     throw std::bad_alloc();
