@@ -220,11 +220,11 @@ EndsOnASignal() {
 }
 
 ShowsProgressOnATerminal() {
-    truncate --size 1G "$work/file"
+    truncate --size 512M "$work/file"
     publishOne "$work/file"
     script --quiet --return --command \
         "'$program' cat --runtime-dir '$runtime' $uuid >/dev/null" "$work/seen" >/dev/null </dev/null
-    grep --quiet --extended-regexp '1\.0 GiB of 1\.0 GiB  100 %  [0-9.]+ .iB/s  in 0:' "$work/seen" ||
+    grep --quiet --extended-regexp '512\.0 MiB of 512\.0 MiB  100 %  [0-9.]+ .iB/s  in [0-9]+:' "$work/seen" ||
         fail "No progress was shown: $(cat -v "$work/seen")"
 }
 
