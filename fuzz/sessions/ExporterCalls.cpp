@@ -186,7 +186,7 @@ EndpointOptions anyOptions(Input& input) {
 void fuzzExporterCalls(Input& input) {
     static ScriptedService published(serviceName, 1);
     const EndpointOptions options = anyOptions(input);
-    ScriptedExecutor executor;
+    const auto executor = std::make_shared<ScriptedExecutor>();
     ServiceScript services(input);
     published.follow(&services);
     const auto table = ExportTable::open(streambuf::test::registryContext(), "endpoint", executor);
@@ -197,7 +197,7 @@ void fuzzExporterCalls(Input& input) {
     for (std::size_t count = input.below(3) + 1; count > 0; --count) {
         auto& client = *clients.emplace_back(std::make_unique<Client>(input, services));
         sessions.push_back(std::make_shared<CallSession>(
-            client.stream, PeerNames{"uid:1"}, table, terms, executor));
+            client.stream, PeerNames{"uid:1"}, table, terms, *executor));
         client.stream->follow(sessions.back());
         client.stream->receive();
         client.begin(input.oneIn(16) ? input.number() : published.number());
@@ -216,7 +216,7 @@ void fuzzExporterCalls(Input& input) {
         case 4:
         case 5:
         case 6:
-            executor.runNext();
+            executor->runNext();
             break;
         case 7:
         case 8:
@@ -241,7 +241,7 @@ void fuzzExporterCalls(Input& input) {
     }
     const auto settle = [&] {
         for (bool busy = true; busy;) {
-            busy = executor.runNext() || services.endWaiting();
+            busy = executor->runNext() || services.endWaiting();
             for (const auto& client : clients) {
                 busy = client->stream->acknowledge() || client->stream->conclude() || busy;
             }

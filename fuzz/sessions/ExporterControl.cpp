@@ -128,12 +128,12 @@ private:
 } // namespace
 
 void fuzzExporterControl(Input& input) {
-    ScriptedExecutor executor;
+    const auto executor = std::make_shared<ScriptedExecutor>();
     const auto table = ExportTable::open(streambuf::test::registryContext(), "endpoint", executor);
     const std::size_t maximumWants = input.oneIn(4) ? 3 : 100;
     Peer peer(input);
     auto session = std::make_shared<ControlSession>(
-        peer.stream, table, EndpointName{"framework", "endpoint"}, maximumWants, executor);
+        peer.stream, table, EndpointName{"framework", "endpoint"}, maximumWants, *executor);
     peer.stream->follow(session);
     peer.stream->receive();
     peer.begin();
@@ -149,7 +149,7 @@ void fuzzExporterControl(Input& input) {
             break;
         case 4:
         case 5:
-            executor.runNext();
+            executor->runNext();
             break;
         case 6:
         case 7:
@@ -180,7 +180,7 @@ void fuzzExporterControl(Input& input) {
         }
     }
     const auto settle = [&] {
-        while (executor.runNext() || peer.stream->acknowledge() || peer.stream->conclude()) {
+        while (executor->runNext() || peer.stream->acknowledge() || peer.stream->conclude()) {
         }
     };
     settle();

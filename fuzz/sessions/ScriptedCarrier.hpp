@@ -81,6 +81,8 @@ public:
 
     void post(Task task) override { tasks.push_back(std::move(task)); }
 
+    void postBrief(Task task) override { post(std::move(task)); }
+
     /// Follow the script until the wait is over. One without a time limit must be over before the
     /// script has nothing left, unless the importer is closed.
     bool wait(remoting::details::Wait& wait, std::optional<TimePoint> timeLimit) override;

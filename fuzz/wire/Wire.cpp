@@ -251,7 +251,8 @@ private:
     void begin(const google::protobuf::RepeatedPtrField<v1::Slot>& slots) {
         texts.clear();
         active = decoded(arrived, trusted, [&] {
-                     message.begin(slots, trusted);
+                     message.begin(slots);
+                     message.reserve(trusted);
                      return true;
                  }).has_value();
         expectedBytes = active ? announced(slots) : 0;

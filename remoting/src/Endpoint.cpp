@@ -47,6 +47,9 @@ void check(const EndpointOptions& options) {
         options.keepaliveTime.count() > 0 && options.keepaliveTimeout.count() > 0,
         "The keepalive times must be positive.");
     demand(
+        options.busyPolling.count() >= 0 && options.busyPolling <= longestBusyPolling,
+        "The time of busy polling must be from 0 to 10 ms.");
+    demand(
         !(options.positionPerConnection && options.callOrder == CallOrder::concurrent),
         "A position for each connection needs calls one at a time.");
     demand(
@@ -84,6 +87,7 @@ public:
                 {options.keepaliveTime, options.keepaliveTimeout},
                 options.limits.streams,
                 options.threads,
+                options.busyPolling,
                 options.reflection},
             [this](StreamKind kind, std::shared_ptr<Stream> stream, PeerNames peer) {
                 return accept(kind, std::move(stream), std::move(peer));
@@ -163,7 +167,7 @@ private:
 
     std::shared_ptr<StreamEvents>
     accept(StreamKind kind, std::shared_ptr<Stream> stream, PeerNames peer) {
-        Executor& executor = server->executor();
+        Executor& executor = *server->executor(); // which outlives all streams
         Stream& opened = *stream;
         std::shared_ptr<StreamEvents> events;
         if (kind == StreamKind::control) {

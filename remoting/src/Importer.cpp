@@ -52,6 +52,9 @@ void check(const ImporterOptions& options) {
         options.keepaliveTime.count() > 0 && options.keepaliveTimeout.count() > 0,
         "The keepalive times must be positive.");
     demand(
+        options.busyPolling.count() >= 0 && options.busyPolling <= longestBusyPolling,
+        "The time of busy polling must be from 0 to 10 ms.");
+    demand(
         options.local || !options.targets.empty(),
         "An importer needs the local directory or a target.");
     demand(
@@ -83,7 +86,8 @@ public:
 
     void open(const ImporterOptions& options) {
         const auto context = foundation::cppmicroservices::getFramework()->GetBundleContext();
-        reactor = Reactor::start(std::make_unique<grpc::CompletionQueue>(), importTasks);
+        reactor = Reactor::start(
+            std::make_unique<grpc::CompletionQueue>(), importTasks, options.busyPolling);
         table = ImportTable::open(
             context, reactor, [self = weak_from_this()](PeerLink& link, const StreamEnd* end) {
                 if (const auto alive = self.lock()) {

@@ -115,8 +115,12 @@ public:
     using TimePoint = std::chrono::system_clock::time_point;
 
     /// Run a task on one of the executor's threads: on the one that calls this from an event, after
-    /// the event, where that is possible. Tasks may wait.
+    /// the event, where that is possible. Tasks may wait for long.
     virtual void post(Task task) = 0;
+
+    /// Run a task that does not wait for long, as `post` does, even while as many tasks wait as
+    /// there may be.
+    virtual void postBrief(Task task) = 0;
 
     /// Wait until `finish` has been called, handling whatever events come meanwhile.
     ///

@@ -1,10 +1,8 @@
 #include "exports/CallQueue.hpp"
 
-#include <utility>
-
 namespace agent::orvi::remoting::details {
 
-void CallQueue::run(Call call) {
+void CallQueue::add(std::shared_ptr<Call> call) {
     {
         const std::lock_guard lock(mutex);
         if (busy) {
@@ -13,23 +11,40 @@ void CallQueue::run(Call call) {
         }
         busy = true;
     }
-    call(std::make_shared<Turn>(shared_from_this()));
+    if (!begin(std::move(call))) {
+        endTurn();
+    }
 }
 
 void CallQueue::endTurn() noexcept {
-    Call next;
-    {
-        const std::lock_guard lock(mutex);
-        if (calls.empty()) {
-            busy = false;
+    for (;;) {
+        std::shared_ptr<Call> next;
+        {
+            const std::lock_guard lock(mutex);
+            if (calls.empty()) {
+                busy = false;
+                return;
+            }
+            next = std::move(calls.front());
+            calls.pop_front();
+        }
+        if (begin(std::move(next))) {
             return;
         }
-        next = std::move(calls.front());
-        calls.pop_front();
     }
-    executor.post([next = std::move(next), self = shared_from_this()] {
-        next(std::make_shared<Turn>(self));
-    });
+}
+
+/// Say whether a call will run. If not, it has been dropped.
+bool CallQueue::begin(std::shared_ptr<Call> call) noexcept {
+    try {
+        if (const auto alive = executor.lock()) {
+            alive->post([call = std::move(call)] { call->run(); });
+            return true;
+        }
+    } catch (...) {
+        // There is no memory for it.
+    }
+    return false;
 }
 
 } // namespace agent::orvi::remoting::details

@@ -5,6 +5,7 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 namespace agent::orvi::remoting::details {
 
@@ -12,39 +13,34 @@ namespace agent::orvi::remoting::details {
 /// that waits for its turn takes no thread.
 ///
 /// Thread safety: thread-safe.
-class CallQueue : public std::enable_shared_from_this<CallQueue> {
+class CallQueue {
 public:
-    /// A call's turn: the next one begins when this object is gone.
-    class Turn;
-    using Call = std::function<void(std::shared_ptr<Turn> turn)>;
+    /// A call. One that can have no turn any more is dropped.
+    class Call {
+    public:
+        /// Have one's turn, until `endTurn` is called, which is done once.
+        virtual void run() noexcept = 0;
 
-    explicit CallQueue(Executor& executor)
-        : executor(executor) {}
+        virtual ~Call() = default;
+    };
 
-    /// Run a call when its turn comes: now on this thread, or later on one of the executor's.
-    void run(Call call);
+    /// @param executor where calls run. The queue may outlive it.
+    explicit CallQueue(std::weak_ptr<Executor> executor)
+        : executor(std::move(executor)) {}
 
-private:
+    /// Have a call run on one of the executor's threads when its turn comes.
+    void add(std::shared_ptr<Call> call);
+
+    /// Let the next call have its turn.
     void endTurn() noexcept;
 
-    Executor& executor;
+private:
+    bool begin(std::shared_ptr<Call> call) noexcept;
+
+    const std::weak_ptr<Executor> executor;
     std::mutex mutex;
     bool busy = false;
-    std::deque<Call> calls;
-};
-
-class CallQueue::Turn {
-public:
-    explicit Turn(std::shared_ptr<CallQueue> queue)
-        : queue(std::move(queue)) {}
-
-    ~Turn() { queue->endTurn(); }
-
-    Turn(const Turn&) = delete;
-    Turn& operator=(const Turn&) = delete;
-
-private:
-    std::shared_ptr<CallQueue> queue;
+    std::deque<std::shared_ptr<Call>> calls;
 };
 
 } // namespace agent::orvi::remoting::details

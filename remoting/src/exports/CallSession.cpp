@@ -34,16 +34,17 @@ std::uint64_t bytesAskedFor(const v1::Request& request) {
 
 } // namespace
 
-class CallSession::RunningCall {
+class CallSession::RunningCall final : public CallQueue::Call,
+                                       public std::enable_shared_from_this<RunningCall> {
 public:
-    RunningCall(
-        std::shared_ptr<CallSession> session, std::uint64_t number, std::shared_ptr<void> turn)
-        : session(std::move(session))
-        , number(number)
-        , turn(std::move(turn)) {}
+    RunningCall(std::shared_ptr<CallSession> session, core::GenericPayload arguments)
+        : method(session->method)
+        , oneWay(session->oneWay)
+        , arguments(std::move(arguments))
+        , session(std::move(session)) {}
 
     /// Nobody has answered: the caller learns it as a local one does.
-    ~RunningCall() {
+    ~RunningCall() override {
         if (!responded) {
             fail(std::make_exception_ptr(std::future_error(std::future_errc::broken_promise)));
         }
@@ -52,11 +53,16 @@ public:
     RunningCall(const RunningCall&) = delete;
     RunningCall& operator=(const RunningCall&) = delete;
 
+    void run() noexcept override {
+        hasTurn = session->terms->oneAtATime;
+        session->invoke(*this);
+    }
+
     void succeed(core::GenericPayload result) {
         responded = true;
-        turn.reset();
+        endTurn();
         try {
-            session->respond(OutgoingMessage::answer(std::move(result)), number);
+            session->respond(OutgoingMessage::answer(std::move(result)), *this);
         } catch (...) {
             fail(std::current_exception());
         }
@@ -64,19 +70,28 @@ public:
 
     void fail(const std::exception_ptr& error) noexcept {
         responded = true;
-        turn.reset();
+        endTurn();
         try {
-            session->respond(OutgoingMessage::failure(error), number);
+            session->respond(OutgoingMessage::failure(error), *this);
         } catch (...) {
             session->stream->cancel(
                 {StreamEnd::Kind::disconnected, "The endpoint has no memory left."});
         }
     }
 
+    const std::string method;
+    const bool oneWay;
+    core::GenericPayload arguments;
+
 private:
+    void endTurn() noexcept {
+        if (hasTurn.exchange(false)) {
+            session->service->queue.endTurn();
+        }
+    }
+
     const std::shared_ptr<CallSession> session;
-    const std::uint64_t number;
-    std::shared_ptr<void> turn;
+    std::atomic<bool> hasTurn{false};
     std::atomic<bool> responded{false};
 };
 
@@ -151,27 +166,38 @@ void CallSession::request(const v1::Frame& head, FrameReader& reader) {
         throw ProtocolError("A call stream carries nothing but requests to the endpoint.");
     }
     const v1::Request& request = head.request();
-    incoming.begin(request.slots(), 0);
+    incoming.begin(request.slots());
     try {
         admit(request);
+        incoming.reserve(incoming.byteCount());
     } catch (...) {
-        if (incoming.byteCount() < reader.dataSize()) {
-            throw ProtocolError("A request has more data than it has announced.");
-        }
-        toSkip = incoming.byteCount() - reader.dataSize();
-        state = toSkip > 0 ? State::skipping : State::idle;
-        reader.skipData();
-        if (request.one_way()) {
-            stream->receive();
-        } else {
-            reply(OutgoingMessage::failure(std::current_exception()));
-        }
+        refuse(request, reader, std::current_exception());
         return;
     }
     method = request.method();
     oneWay = request.one_way();
-    incoming.begin(request.slots(), incoming.byteCount());
     append(reader);
+}
+
+/// Answer a request with an error, and skip its data.
+void CallSession::refuse(
+    const v1::Request& request, FrameReader& reader, const std::exception_ptr& error) {
+    if (incoming.byteCount() < reader.dataSize()) {
+        throw ProtocolError("A request has more data than it has announced.");
+    }
+    toSkip = incoming.byteCount() - reader.dataSize();
+    state = toSkip > 0 ? State::skipping : State::idle;
+    reader.skipData();
+    incoming = IncomingMessage();
+    if (request.one_way()) {
+        {
+            const std::lock_guard lock(mutex);
+            share = {};
+        }
+        stream->receive();
+    } else {
+        reply(OutgoingMessage::failure(error));
+    }
 }
 
 /// Let a call in, or throw what it is refused with.
@@ -221,62 +247,60 @@ void CallSession::skip(FrameReader& reader, const v1::Frame& head) {
 }
 
 void CallSession::start() {
+    const auto call = std::make_shared<RunningCall>(shared_from_this(), incoming.take());
     state = State::running;
-    std::uint64_t number = 0;
     {
         const std::lock_guard lock(mutex);
-        number = ++callNumber;
-        answered = false;
+        awaited = call.get();
     }
-    executor.post([self = shared_from_this(), number] {
-        if (self->terms->oneAtATime) {
-            self->service->queue->run([self, number](std::shared_ptr<CallQueue::Turn> turn) {
-                self->invoke(std::make_shared<RunningCall>(self, number, std::move(turn)));
-            });
-        } else {
-            self->invoke(std::make_shared<RunningCall>(self, number, nullptr));
-        }
-    });
+    if (terms->oneAtATime) {
+        service->queue.add(call);
+    } else {
+        executor.post([call] { call->run(); });
+    }
 }
 
-void CallSession::invoke(const std::shared_ptr<RunningCall>& call) {
+void CallSession::invoke(RunningCall& call) noexcept {
     // What a client has not waited for must not reach the device, which might lose bytes by it.
-    if (isGone()) {
+    if (!isAwaited(call)) {
         return;
     }
     try {
         if (terms->oneAtATime && terms->positionPerConnection) {
             service->positions.prepareFor(id);
-            if (isGone()) {
+            if (!isAwaited(call)) {
                 service->positions.forget(id);
                 return;
             }
         }
         service->service->invoke(
-            std::nullopt, method,
-            {[call](core::GenericPayload result) { call->succeed(std::move(result)); },
-             [call](const std::exception_ptr& error) { call->fail(error); }},
-            incoming.take(), oneWay);
+            std::nullopt, call.method,
+            {[call = call.shared_from_this()](core::GenericPayload result) {
+                 call->succeed(std::move(result));
+             },
+             [call = call.shared_from_this()](const std::exception_ptr& error) {
+                 call->fail(error);
+             }},
+            std::move(call.arguments), call.oneWay);
     } catch (...) {
-        call->fail(std::current_exception());
+        call.fail(std::current_exception());
     }
 }
 
 /// End a call with its outcome, unless it has ended before.
-void CallSession::respond(OutgoingMessage message, std::uint64_t number) {
-    const bool wasOneWay = oneWay;
+void CallSession::respond(OutgoingMessage message, const RunningCall& call) {
     {
         const std::lock_guard lock(mutex);
-        if (answered || number != callNumber) {
+        if (awaited != &call) {
             return;
         }
-        answered = true;
-        if (wasOneWay) {
+        awaited = nullptr;
+        if (call.oneWay) {
             share = {};
             state = State::idle;
         }
     }
-    if (wasOneWay) {
+    if (call.oneWay) {
         stream->receive();
     } else {
         reply(std::move(message));
@@ -303,7 +327,7 @@ void CallSession::sendNext() {
     const std::lock_guard lock(mutex);
     if (gone) {
         outgoing.reset();
-        if (answered) {
+        if (awaited == nullptr) {
             share = {};
         }
     }
@@ -339,9 +363,10 @@ void CallSession::sendNext() {
     stream->receive();
 }
 
-bool CallSession::isGone() {
+/// Say whether anybody still waits for a call.
+bool CallSession::isAwaited(const RunningCall& call) {
     const std::lock_guard lock(mutex);
-    return gone;
+    return !gone && awaited == &call;
 }
 
 void CallSession::ended(const StreamEnd&) {
@@ -349,7 +374,7 @@ void CallSession::ended(const StreamEnd&) {
         const std::lock_guard lock(mutex);
         gone = true;
         outgoing.reset();
-        if (answered) {
+        if (awaited == nullptr) {
             share = {};
         }
     }
@@ -359,19 +384,21 @@ void CallSession::ended(const StreamEnd&) {
 }
 
 void CallSession::abandon() noexcept {
-    std::uint64_t number = 0;
+    std::shared_ptr<const RunningCall> call;
     {
         const std::lock_guard lock(mutex);
-        if (answered) {
-            return;
+        if (awaited != nullptr) {
+            call = awaited->weak_from_this().lock();
         }
-        number = callNumber;
+    }
+    if (!call) {
+        return;
     }
     try {
         respond(
             OutgoingMessage::failure(std::make_exception_ptr(
                 core::ServiceUnavailable("The endpoint closes while the call is running."))),
-            number);
+            *call);
     } catch (...) {
         // The end of the stream tells the caller, too.
     }

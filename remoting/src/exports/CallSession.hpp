@@ -64,14 +64,15 @@ private:
     void greet(const v1::Frame& frame);
     void request(const v1::Frame& frame, FrameReader& reader);
     void admit(const v1::Request& request);
+    void refuse(const v1::Request& request, FrameReader& reader, const std::exception_ptr& error);
     void append(FrameReader& reader);
     void skip(FrameReader& reader, const v1::Frame& frame);
     void start();
-    void invoke(const std::shared_ptr<RunningCall>& call);
-    void respond(OutgoingMessage message, std::uint64_t number);
+    void invoke(RunningCall& call) noexcept;
+    void respond(OutgoingMessage message, const RunningCall& call);
     void reply(OutgoingMessage message);
     void sendNext();
-    bool isGone();
+    bool isAwaited(const RunningCall& call);
 
     const std::shared_ptr<Stream> stream;
     const PeerNames peer;
@@ -80,7 +81,7 @@ private:
     Executor& executor;
     const PositionKeeper::Client id;
 
-    // Of the events, one at a time; of the running call between them:
+    // Of the events, one at a time:
     v1::Frame frame;
     std::atomic<State> state{State::greeting};
     std::uint64_t serviceNumber = 0;
@@ -94,9 +95,8 @@ private:
     bool gone = false;
     bool sending = false;
     bool greetingDue = false;
-    std::uint64_t callNumber = 0; // of the call that is running or was the last
-    bool answered = true;         // it has been
-    CallBudget::Share share;      // of the call that is running or being answered
+    RunningCall* awaited = nullptr; // the call that nobody has answered yet
+    CallBudget::Share share;        // of the call that is running or being answered
     std::optional<OutgoingMessage> outgoing;
 };
 

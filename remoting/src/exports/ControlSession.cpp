@@ -38,7 +38,7 @@ void ControlSession::received(google::protobuf::io::ZeroCopyInputStream& input, 
         return;
     }
     // Looking through many services takes time. The next frame waits for that.
-    executor.post([self = shared_from_this(), frame] {
+    executor.postBrief([self = shared_from_this(), frame] {
         try {
             self->handle(*frame);
             self->listen();
@@ -138,13 +138,13 @@ void ControlSession::tell(const News::Item& item) {
         news.add(item);
         if (!sending) {
             sending = true;
-            executor.post([self = shared_from_this()] { self->sendNext(); });
+            executor.postBrief([self = shared_from_this()] { self->sendNext(); });
         }
     }
 }
 
 void ControlSession::sent() {
-    executor.post([self = shared_from_this()] { self->sendNext(); });
+    executor.postBrief([self = shared_from_this()] { self->sendNext(); });
 }
 
 /// Send the next piece of news that is still worth sending.

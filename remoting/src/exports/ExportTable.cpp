@@ -71,17 +71,18 @@ private:
 
 std::shared_ptr<ExportTable> ExportTable::open(
     const cppmicroservices::BundleContext& context, const std::string& endpointId,
-    Executor& executor) {
-    auto table = std::make_shared<ExportTable>(context, endpointId, executor);
+    std::weak_ptr<Executor> executor) {
+    auto table = std::make_shared<ExportTable>(context, endpointId, std::move(executor));
     table->follow();
     return table;
 }
 
 ExportTable::ExportTable(
-    cppmicroservices::BundleContext context, std::string endpointId, Executor& executor)
+    cppmicroservices::BundleContext context, std::string endpointId,
+    std::weak_ptr<Executor> executor)
     : context(std::move(context))
     , endpointId(std::move(endpointId))
-    , executor(executor) {}
+    , executor(std::move(executor)) {}
 
 void ExportTable::follow() {
     token = context.AddServiceListener(

@@ -47,11 +47,12 @@ public:
     /// @param endpointId part of the name that each service gets, unique among all endpoints.
     static std::shared_ptr<ExportTable> open(
         const cppmicroservices::BundleContext& context, const std::string& endpointId,
-        Executor& executor);
+        std::weak_ptr<Executor> executor);
 
     /// Use `open`.
     ExportTable(
-        cppmicroservices::BundleContext context, std::string endpointId, Executor& executor);
+        cppmicroservices::BundleContext context, std::string endpointId,
+        std::weak_ptr<Executor> executor);
 
     /// Follow no more, withdraw everything from every audience.
     void close() noexcept;
@@ -102,7 +103,7 @@ private:
 
     cppmicroservices::BundleContext context;
     const std::string endpointId;
-    Executor& executor;
+    const std::weak_ptr<Executor> executor;
     cppmicroservices::ListenerToken token;
 
     mutable std::mutex mutex;

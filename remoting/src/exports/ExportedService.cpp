@@ -27,13 +27,13 @@ std::string lookUpName(const Properties& properties, const core::Invokable& serv
 
 ExportedService::ExportedService(
     std::uint64_t number, std::shared_ptr<core::Invokable> service, Properties properties,
-    Executor& executor)
+    const std::weak_ptr<Executor>& executor)
     : number(number)
     , name(lookUpName(properties, *service))
     , service(std::move(service))
     , properties(std::move(properties))
     , asMap(toMap(this->properties))
-    , queue(std::make_shared<CallQueue>(executor))
+    , queue(executor)
     , positions(*this->service) {}
 
 } // namespace agent::orvi::remoting::details

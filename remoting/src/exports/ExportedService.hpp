@@ -21,15 +21,15 @@ namespace agent::orvi::remoting::details {
 struct ExportedService {
     ExportedService(
         std::uint64_t number, std::shared_ptr<core::Invokable> service, Properties properties,
-        Executor& executor);
+        const std::weak_ptr<Executor>& executor);
 
     const std::uint64_t number;
     const std::string name;
     const std::shared_ptr<core::Invokable> service;
-    const Properties properties;            ///< As importers get them.
-    const cppmicroservices::AnyMap asMap;   ///< The same, for filters.
-    const std::shared_ptr<CallQueue> queue; ///< For calls one at a time.
-    PositionKeeper positions;               ///< For the call whose turn it is.
+    const Properties properties;          ///< As importers get them.
+    const cppmicroservices::AnyMap asMap; ///< The same, for filters.
+    CallQueue queue;                      ///< For calls one at a time.
+    PositionKeeper positions;             ///< For the call whose turn it is.
 };
 
 } // namespace agent::orvi::remoting::details

@@ -4,6 +4,7 @@
 #include "grpc/StatusCodes.hpp"
 
 #include <exception>
+#include <new>
 #include <utility>
 
 namespace agent::orvi::remoting::details {
@@ -96,6 +97,8 @@ void ClientStream::messageRead(bool ok) {
     }
     try {
         deliver(*receiver, incoming);
+    } catch (const std::bad_alloc&) {
+        cancel({StreamEnd::Kind::limitExceeded, "The importer has no memory left."});
     } catch (const std::exception& error) {
         cancel({StreamEnd::Kind::protocolError, error.what()});
     }
@@ -120,7 +123,11 @@ void ClientStream::messageWritten(bool ok) {
         }
         receiver = events;
     }
-    receiver->sent();
+    try {
+        receiver->sent();
+    } catch (...) {
+        cancel({StreamEnd::Kind::disconnected, "The importer has no memory left."});
+    }
 }
 
 /// Say whether operations may be started. Under the lock.

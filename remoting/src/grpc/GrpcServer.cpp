@@ -146,7 +146,7 @@ GrpcServer::GrpcServer(const ServerSettings& settings, AcceptStream acceptStream
         queue->Shutdown();
         throw std::runtime_error("gRPC cannot start a server.");
     }
-    reactor = Reactor::start(std::move(queue), settings.tasks);
+    reactor = Reactor::start(std::move(queue), settings.tasks, settings.busyPolling);
     awaitStream(StreamKind::control);
     awaitStream(StreamKind::call);
     health = std::make_unique<HealthService>(otherServices, reactor->queue(), *notifications);

@@ -15,6 +15,7 @@
 #include <grpcpp/server.h>
 #include <grpcpp/server_builder.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <memory>
@@ -29,6 +30,7 @@ struct ServerSettings {
     Keepalive keepalive{};
     std::size_t streams = 0; ///< Streams at a time, over all connections.
     std::size_t tasks = 1;   ///< Tasks that run at a time.
+    std::chrono::microseconds busyPolling{0};
     bool reflection = false;
 };
 
@@ -57,7 +59,7 @@ public:
     /// Serve a connected TCP socket, which is taken over.
     void serveTcp(int socket);
 
-    Executor& executor() noexcept { return *reactor; }
+    std::shared_ptr<Executor> executor() const noexcept { return reactor; }
 
     /// Wait until all streams have ended.
     ///

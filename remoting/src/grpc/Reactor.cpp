@@ -19,18 +19,14 @@ constexpr unsigned int quietLooksUntilIdle = 20;
 /// What it takes to fetch an event for which nobody had to wait.
 constexpr std::chrono::microseconds timeOfAnEventThatWasThere{5};
 
+/// One for brief tasks, one for events.
+constexpr std::size_t threadsBesideTasks = 2;
+
 /// After so many tasks in a row that had been waiting, events are handled beside tasks.
 constexpr unsigned int pressureThatCallsALeader = 3;
 
 const Executor::TimePoint forever = Executor::TimePoint::max();
-
-/// What tasks go to that are posted from inside of an event on this thread.
-struct Collection {
-    const Reactor* reactor = nullptr;
-    std::deque<Executor::Task>* posted = nullptr;
-};
-
-thread_local Collection collection;
+const Executor::TimePoint atOnce;
 
 void runGuarded(const Executor::Task& task) noexcept {
     try {
@@ -42,35 +38,49 @@ void runGuarded(const Executor::Task& task) noexcept {
 
 } // namespace
 
+thread_local Reactor::Collection Reactor::collection;
+
 void Reactor::Kick::completed(bool) {
     const std::lock_guard lock(reactor.mutex);
     reactor.kicked = false;
 }
 
-std::shared_ptr<Reactor>
-Reactor::start(std::unique_ptr<grpc::CompletionQueue> queue, std::size_t tasks) {
-    auto reactor = std::make_shared<Reactor>(std::move(queue), tasks);
+std::shared_ptr<Reactor> Reactor::start(
+    std::unique_ptr<grpc::CompletionQueue> queue, std::size_t tasks,
+    std::chrono::nanoseconds busyPolling) {
+    auto reactor = std::make_shared<Reactor>(std::move(queue), tasks, busyPolling);
     const std::lock_guard lock(reactor->mutex);
     reactor->spawn();
     return reactor;
 }
 
-Reactor::Reactor(std::unique_ptr<grpc::CompletionQueue> queue, std::size_t tasks)
+Reactor::Reactor(
+    std::unique_ptr<grpc::CompletionQueue> queue, std::size_t tasks,
+    std::chrono::nanoseconds busyPolling)
     : completions(std::move(queue))
-    , maximumTasks(std::max<std::size_t>(tasks, 1)) {}
+    , maximumTasks(std::max<std::size_t>(tasks, 1))
+    , polling(allowedPolling(busyPolling)) {}
 
 Reactor::~Reactor() = default;
 
 void Reactor::post(Task task) {
+    post(&Tasks::any, std::move(task));
+}
+
+void Reactor::postBrief(Task task) {
+    post(&Tasks::brief, std::move(task));
+}
+
+void Reactor::post(std::list<Task> Tasks::*kind, Task&& task) {
     if (!process.isHere()) {
         return;
     }
     if (collection.reactor == this) {
-        collection.posted->push_back(std::move(task));
+        (collection.posted->*kind).push_back(std::move(task));
         return;
     }
     const std::lock_guard lock(mutex);
-    tasks.push_back(std::move(task));
+    (tasks.*kind).push_back(std::move(task));
     callThread();
 }
 
@@ -170,32 +180,53 @@ void Reactor::spawn() {
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-/// See to it that a thread without a task is awake, if there may be one more.
+/// See to it that a thread looks at the tasks, if there may be one more.
 void Reactor::callThread() {
-    if (resting > 0) {
+    if (sleepers() > 0) {
         pool.notify_one();
-    } else if (!stopping && threads.size() <= maximumTasks) {
+        return;
+    }
+    if (!stopping && threads.size() < maximumTasks + threadsBesideTasks) {
         try {
             spawn();
+            return;
         } catch (...) {
             // The threads that there are will come to it.
         }
     }
+    if (leader == Leader::pool && mayRunTask()) {
+        kickLeader();
+    }
+}
+
+/// Return the tasks of which one may be run now, null if there are none.
+std::list<Executor::Task>* Reactor::nextTasks() noexcept {
+    if (!tasks.brief.empty() && running <= maximumTasks) {
+        return &tasks.brief;
+    }
+    return !tasks.any.empty() && running < maximumTasks ? &tasks.any : nullptr;
 }
 
 bool Reactor::mayRunTask() const noexcept {
-    return !tasks.empty() && running < maximumTasks;
+    return const_cast<Reactor*>(this)->nextTasks() != nullptr;
+}
+
+/// Return how many threads wait to be called.
+std::size_t Reactor::sleepers() const noexcept {
+    return resting - (leader == Leader::pool ? 1 : 0);
 }
 
 void Reactor::run(Thread& self) {
     Lock lock(mutex);
+    bool hasEndedTask = false;
     for (;;) {
         if (mayRunTask()) {
             runTask(lock);
+            hasEndedTask = true;
         } else if (drained && stopping) {
             break;
         } else {
-            rest(lock);
+            rest(lock, std::exchange(hasEndedTask, false));
         }
     }
     --resting;
@@ -206,8 +237,9 @@ void Reactor::run(Thread& self) {
 
 /// Run the first task. This thread counts as resting before and after.
 void Reactor::runTask(Lock& lock) {
-    Task task = std::move(tasks.front());
-    tasks.pop_front();
+    std::list<Task>& source = *nextTasks();
+    Task task = std::move(source.front());
+    source.pop_front();
     ++running;
     --resting;
     ++activity;
@@ -229,10 +261,10 @@ void Reactor::runTask(Lock& lock) {
 }
 
 /// Look after the queue, or wait until that or a task is needed.
-void Reactor::rest(Lock& lock) {
+void Reactor::rest(Lock& lock, bool hasEndedTask) {
     const auto vacant = [this] { return leader == Leader::none && waits.empty() && !drained; };
     const auto callers = [this] { return looksSinceCall < quietLooksUntilIdle; };
-    if (vacant() && (leadAtOnce || (running == 0 && !callers()))) {
+    if (vacant() && (leadAtOnce || ((hasEndedTask || running == 0) && !callers()))) {
         lead(lock, false);
         return;
     }
@@ -262,20 +294,18 @@ void Reactor::rest(Lock& lock) {
 void Reactor::lead(Lock& lock, bool briefly) {
     leader = Leader::pool;
     leadAtOnce = false;
-    std::deque<Task> posted;
+    Tasks posted;
     bool handled = true;
     while (handled && !drained && waits.empty() && !mayRunTask()) {
         lock.unlock();
-        const auto before = std::chrono::steady_clock::now();
-        handled = handleEvent(briefly ? TimePoint() : forever, posted);
-        const bool atOnce = std::chrono::steady_clock::now() - before < timeOfAnEventThatWasThere;
+        handled = handleEvent(briefly ? atOnce : forever, posted);
         lock.lock();
         if (!posted.empty()) {
-            pressure = atOnce ? std::min(pressure + 1, 2 * pressureThatCallsALeader)
-                              : pressure - std::min(pressure, 1U);
+            pressure = lastWait < timeOfAnEventThatWasThere
+                           ? std::min(pressure + 1, 2 * pressureThatCallsALeader)
+                           : pressure - std::min(pressure, 1U);
         }
-        std::move(posted.begin(), posted.end(), std::back_inserter(tasks));
-        posted.clear();
+        tasks.takeAll(posted);
     }
     leader = Leader::none;
     if (!waits.empty()) {
@@ -287,15 +317,14 @@ void Reactor::lead(Lock& lock, bool briefly) {
 void Reactor::leadFor(Lock& lock, Wait& wait, std::optional<TimePoint> timeLimit) {
     leader = Leader::caller;
     led = &wait;
-    std::deque<Task> posted;
+    Tasks posted;
     lock.unlock();
     bool handled = true;
     while (handled && !wait.isOver()) {
         handled = handleEvent(timeLimit.value_or(forever), posted);
         if (!posted.empty()) {
             lock.lock();
-            std::move(posted.begin(), posted.end(), std::back_inserter(tasks));
-            posted.clear();
+            tasks.takeAll(posted);
             callThread();
             lock.unlock();
         }
@@ -309,7 +338,7 @@ void Reactor::leadFor(Lock& lock, Wait& wait, std::optional<TimePoint> timeLimit
 void Reactor::resign() noexcept {
     if (!waits.empty()) {
         wakeOf(*waits.front()).notify_one();
-    } else if (!watched && resting > 0) {
+    } else if (!watched && sleepers() > 0) {
         quietLooks = 0;
         pool.notify_one();
     }
@@ -318,13 +347,17 @@ void Reactor::resign() noexcept {
 /// Wait for an event and handle it. Tasks that it posts are collected.
 ///
 /// @return whether there was one.
-bool Reactor::handleEvent(TimePoint timeLimit, std::deque<Task>& posted) {
+bool Reactor::handleEvent(TimePoint timeLimit, Tasks& posted) {
     void* tag = nullptr;
     bool ok = false;
-    switch (completions->AsyncNext(&tag, &ok, timeLimit)) {
+    switch (nextEvent(tag, ok, timeLimit)) {
     case grpc::CompletionQueue::GOT_EVENT: {
         const Collection outer = std::exchange(collection, {this, &posted});
-        Operation::ofTag(tag).completed(ok);
+        try {
+            Operation::ofTag(tag).completed(ok);
+        } catch (...) {
+            // Streams end when what they report is not taken; there is nobody else to tell.
+        }
         collection = outer;
         return true;
     }
@@ -340,6 +373,29 @@ bool Reactor::handleEvent(TimePoint timeLimit, std::deque<Task>& posted) {
     default:
         return false;
     }
+}
+
+/// Wait for an event, busily for as long as that is likely to pay.
+grpc::CompletionQueue::NextStatus Reactor::nextEvent(void*& tag, bool& ok, TimePoint timeLimit) {
+    if (timeLimit == atOnce) {
+        lastWait = std::chrono::nanoseconds::zero();
+        return completions->AsyncNext(&tag, &ok, timeLimit);
+    }
+    using Steady = std::chrono::steady_clock;
+    const Steady::time_point start = Steady::now();
+    const Steady::time_point end = start + polling.time();
+    auto status = grpc::CompletionQueue::TIMEOUT;
+    for (auto now = start; status == grpc::CompletionQueue::TIMEOUT && now < end;
+         now = Steady::now()) {
+        status = completions->AsyncNext(&tag, &ok, atOnce);
+        std::this_thread::yield();
+    }
+    if (status == grpc::CompletionQueue::TIMEOUT) {
+        status = completions->AsyncNext(&tag, &ok, timeLimit);
+    }
+    lastWait = Steady::now() - start;
+    polling.waited(lastWait);
+    return status;
 }
 
 void Reactor::kickLeader() {

@@ -2,15 +2,16 @@
 
 #include "carrier/Carrier.hpp"
 #include "carrier/OwnProcess.hpp"
+#include "grpc/BusyPolling.hpp"
 #include "grpc/Operation.hpp"
 
 #include <grpcpp/alarm.h>
 #include <grpcpp/completion_queue.h>
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -22,11 +23,12 @@ namespace agent::orvi::remoting::details {
 /// thread that waits for its answer does it itself, so that the answer needs no further thread to
 /// reach it; when none waits, a thread of the pool does.
 ///
-/// Waking a thread costs more than a small call does. So a pool thread that has taken a task from
-/// an event runs it without waking another one first, unless events are piling up: for longer tasks
-/// the next thread looks after the queue a moment later. And callers that come quickly after each
-/// other find the queue free. The pool grows as tasks keep its threads busy, up to its limit; one
-/// more thread is there for events.
+/// Waking a thread costs more than a small call does. So whoever handles events asks for the next
+/// one for a moment before sleeping, where events come quickly; see BusyPolling. A pool thread that
+/// has taken a task from an event runs it without waking another one first, unless events are
+/// piling up: for longer tasks the next thread looks after the queue a moment later. And callers
+/// that come quickly after each other find the queue free. The pool grows as tasks keep its threads
+/// busy, up to its limit; two more threads are there for brief tasks and for events.
 ///
 /// A forked child has none of the threads: what is posted there is dropped.
 ///
@@ -34,17 +36,22 @@ namespace agent::orvi::remoting::details {
 class Reactor final : public Executor, public std::enable_shared_from_this<Reactor> {
 public:
     /// @param queue what is polled; shut down by `stop`.
-    /// @param tasks how many tasks run at a time, at least 1.
-    static std::shared_ptr<Reactor>
-    start(std::unique_ptr<grpc::CompletionQueue> queue, std::size_t tasks);
+    /// @param tasks how many tasks run at a time, brief ones not counted; at least 1.
+    /// @param busyPolling how long to ask for an event before sleeping; 0 for never.
+    static std::shared_ptr<Reactor> start(
+        std::unique_ptr<grpc::CompletionQueue> queue, std::size_t tasks,
+        std::chrono::nanoseconds busyPolling);
 
     /// Use `start`.
-    Reactor(std::unique_ptr<grpc::CompletionQueue> queue, std::size_t tasks);
+    Reactor(
+        std::unique_ptr<grpc::CompletionQueue> queue, std::size_t tasks,
+        std::chrono::nanoseconds busyPolling);
     ~Reactor() override;
 
     grpc::CompletionQueue& queue() noexcept { return *completions; }
 
     void post(Task task) override;
+    void postBrief(Task task) override;
     bool wait(Wait& wait, std::optional<TimePoint> timeLimit) override;
     void finish(Wait& wait) override;
 
@@ -78,29 +85,58 @@ private:
         bool ended = false;
     };
 
+    /// Tasks that nobody runs yet.
+    struct Tasks {
+        std::list<Task> any;
+        std::list<Task> brief;
+
+        bool empty() const noexcept { return any.empty() && brief.empty(); }
+
+        void takeAll(Tasks& from) noexcept {
+            any.splice(any.end(), from.any);
+            brief.splice(brief.end(), from.brief);
+        }
+    };
+
+    /// What tasks go to that are posted from inside of an event on this thread.
+    struct Collection {
+        const Reactor* reactor = nullptr;
+        Tasks* posted = nullptr;
+    };
+
+    static thread_local Collection collection;
+
+    void post(std::list<Task> Tasks::*kind, Task&& task);
     void run(Thread& self);
     void lead(Lock& lock, bool briefly);
     void leadFor(Lock& lock, Wait& wait, std::optional<TimePoint> timeLimit);
-    void rest(Lock& lock);
+    void rest(Lock& lock, bool hasEndedTask);
     void runTask(Lock& lock);
     bool mayRunTask() const noexcept;
+    std::list<Task>* nextTasks() noexcept;
+    std::size_t sleepers() const noexcept;
     void resign() noexcept;
     void callThread();
     void spawn();
-    bool handleEvent(TimePoint timeLimit, std::deque<Task>& posted);
+    bool handleEvent(TimePoint timeLimit, Tasks& posted);
+    grpc::CompletionQueue::NextStatus nextEvent(void*& tag, bool& ok, TimePoint timeLimit);
     void kickLeader();
 
     const OwnProcess process;
     const std::unique_ptr<grpc::CompletionQueue> completions;
     const std::size_t maximumTasks;
 
+    // Of the leader:
+    BusyPolling polling;
+    std::chrono::nanoseconds lastWait{0}; // for an event
+
     std::mutex mutex;
     std::condition_variable pool;
     std::condition_variable threadEnded;
-    std::deque<Task> tasks;
+    Tasks tasks;
     std::list<Wait*> waits; // of callers, the longest first
     std::list<std::shared_ptr<Thread>> threads;
-    std::size_t resting = 0; // threads without a task, the leading one not counted
+    std::size_t resting = 0; // threads without a task, a leading one among them
     std::size_t running = 0; // tasks
     Leader leader = Leader::none;
     const Wait* led = nullptr;         // what a leading caller waits for

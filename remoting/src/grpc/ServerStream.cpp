@@ -4,6 +4,7 @@
 #include "grpc/StatusCodes.hpp"
 
 #include <exception>
+#include <new>
 #include <utility>
 
 namespace agent::orvi::remoting::details {
@@ -76,6 +77,8 @@ void ServerStream::messageRead(bool ok) {
     }
     try {
         deliver(*receiver, incoming);
+    } catch (const std::bad_alloc&) {
+        finish({StreamEnd::Kind::limitExceeded, "The endpoint has no memory left."});
     } catch (const std::exception& error) {
         finish({StreamEnd::Kind::protocolError, error.what()});
     }
@@ -96,7 +99,11 @@ void ServerStream::messageWritten(bool ok) {
         }
         receiver = events;
     }
-    receiver->sent();
+    try {
+        receiver->sent();
+    } catch (...) {
+        cancel({StreamEnd::Kind::disconnected, "The endpoint has no memory left."});
+    }
 }
 
 /// Say the last word once the last message has gone. What is still being read ends by itself then.

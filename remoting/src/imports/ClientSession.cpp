@@ -7,6 +7,7 @@
 #include <orvi/remoting/Errors.hpp>
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 namespace agent::orvi::remoting::details {
@@ -51,7 +52,12 @@ core::GenericPayload ClientSession::call(
     OutgoingMessage request = OutgoingMessage::request(method, withoutAnswer, std::move(arguments));
     const std::lock_guard oneCall(calls);
     Wait waiting;
-    begin(std::move(request), bytesAsked, withoutAnswer, waiting);
+    try {
+        begin(std::move(request), bytesAsked, withoutAnswer, waiting);
+    } catch (...) {
+        forgetCall();
+        throw;
+    }
     const bool inTime = executor->wait(waiting, end);
     if (!inTime) {
         giveUp(waiting);
@@ -97,6 +103,21 @@ void ClientSession::begin(
     if (stream && !reading) {
         reading = true;
         stream->receive();
+    }
+}
+
+/// The call could not begin. What has been sent of it, if anything, makes no sense to the peer.
+void ClientSession::forgetCall() noexcept {
+    std::shared_ptr<Stream> hopeless;
+    {
+        const std::lock_guard lock(mutex);
+        wait = nullptr;
+        phase = Phase::idle;
+        outgoing.reset();
+        hopeless = stream;
+    }
+    if (hopeless) {
+        hopeless->cancel({StreamEnd::Kind::disconnected, "The importer has no memory left."});
     }
 }
 
@@ -219,28 +240,52 @@ void ClientSession::answered(const v1::Answer& answer, FrameReader& reader) {
     if (phase != Phase::calling || oneWay || !peerGreeted) {
         throw ProtocolError("The endpoint answers a call that was not made.");
     }
-    incoming.begin(answer.slots(), 0);
+    incoming.begin(answer.slots());
     if (incoming.byteCount() > trustedBytes + std::min(unaskedBytes, ~trustedBytes)) {
         throw ProtocolError(
             "The endpoint announces an answer of " + std::to_string(incoming.byteCount()) +
             " bytes, of which " + std::to_string(trustedBytes) + " were asked for.");
     }
-    incoming.begin(answer.slots(), trustedBytes);
+    missing = incoming.byteCount();
     phase = Phase::receivingAnswer;
+    try {
+        incoming.reserve(trustedBytes);
+    } catch (const std::bad_alloc&) {
+        dropAnswer();
+    }
     append(reader);
 }
 
 void ClientSession::append(FrameReader& reader) {
-    if (phase != Phase::receivingAnswer) {
-        if (reader.dataSize() > 0) {
+    const std::size_t size = reader.dataSize();
+    if (phase != Phase::receivingAnswer && phase != Phase::droppingAnswer) {
+        if (size > 0) {
             throw ProtocolError("The endpoint sends data that belong to nothing.");
         }
         return; // something that a later version has added
     }
-    incoming.append(reader);
-    if (incoming.complete()) {
+    if (size > missing) {
+        throw ProtocolError("A message has more data than it announced.");
+    }
+    missing -= size;
+    if (phase == Phase::receivingAnswer) {
+        try {
+            incoming.append(reader);
+        } catch (const std::bad_alloc&) {
+            dropAnswer();
+        }
+    }
+    reader.skipData();
+    if (missing == 0) {
         finishCall();
     }
+}
+
+/// There is no memory for an answer. The rest of it is skipped, so that the stream can go on.
+void ClientSession::dropAnswer() {
+    failure = std::current_exception();
+    incoming = IncomingMessage();
+    phase = Phase::droppingAnswer;
 }
 
 void ClientSession::failed(const v1::Failure& reported) {
@@ -271,7 +316,7 @@ void ClientSession::ended(const StreamEnd& end) {
     if (end.kind != StreamEnd::Kind::cancelled && !refused) {
         broken = error;
     }
-    if (phase == Phase::calling || phase == Phase::receivingAnswer) {
+    if (phase != Phase::idle && phase != Phase::done) {
         failure = error;
         finishCall();
     }

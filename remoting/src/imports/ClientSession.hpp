@@ -52,16 +52,24 @@ public:
     void ended(const StreamEnd& end) override;
 
 private:
-    enum class Phase { idle, calling, receivingAnswer, done };
+    enum class Phase {
+        idle,
+        calling,
+        receivingAnswer,
+        droppingAnswer, // there is no memory for it
+        done
+    };
 
     void begin(OutgoingMessage request, std::uint64_t bytesAsked, bool withoutAnswer, Wait& wait);
     void openStream();
     void giveUp(Wait& wait);
+    void forgetCall() noexcept;
     void sendNext();
     void greeted(const v1::Hello& hello);
     void answered(const v1::Answer& answer, FrameReader& reader);
     void failed(const v1::Failure& failure);
     void append(FrameReader& reader);
+    void dropAnswer();
     void finishCall();
 
     const OwnProcess process;
@@ -87,6 +95,7 @@ private:
     v1::Frame frame;
     std::optional<OutgoingMessage> outgoing;
     IncomingMessage incoming;
+    std::uint64_t missing = 0; // of the answer's data
     std::exception_ptr failure;
 };
 

@@ -16,7 +16,7 @@ lost(PeerLost::Cause cause, const std::string& peer, const char* what, const std
 
 } // namespace
 
-std::exception_ptr errorOf(const StreamEnd& end, const std::string& peer) {
+std::exception_ptr errorOf(const StreamEnd& end, const std::string& peer) noexcept try {
     const std::string about = "Peer " + peer + ": " + end.text;
     switch (end.kind) {
     case Kind::finished:
@@ -37,6 +37,10 @@ std::exception_ptr errorOf(const StreamEnd& end, const std::string& peer) {
     default:
         return lost(PeerLost::Cause::disconnected, peer, " is disconnected", end.text);
     }
+
+} catch (...) {
+
+    return std::current_exception(); // no memory for the text
 }
 
 } // namespace agent::orvi::remoting::details

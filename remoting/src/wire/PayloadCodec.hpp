@@ -88,13 +88,6 @@ public:
     /// Reserve memory for the texts that were announced, in total at most so many bytes.
     void reserve(std::uint64_t trustedBytes);
 
-    /// Start, and reserve memory at once.
-    void
-    begin(const google::protobuf::RepeatedPtrField<v1::Slot>& slots, std::uint64_t trustedBytes) {
-        begin(slots);
-        reserve(trustedBytes);
-    }
-
     /// Read the data of the next frame into the texts.
     ///
     /// @throws ProtocolError when there are more data than were announced, or the frame ends too

@@ -72,7 +72,8 @@ inline core::GenericPayload received(
         v1::Frame head;
         reader.readHead(head);
         if (&bytes == &frames.front()) {
-            message.begin(slotsOf(head), trustedBytes);
+            message.begin(slotsOf(head));
+            message.reserve(trustedBytes);
         }
         message.append(reader);
     }

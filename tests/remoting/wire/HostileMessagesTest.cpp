@@ -67,7 +67,8 @@ void consume(const std::string& bytes, std::size_t sliceSize) {
     v1::Frame head;
     reader.readHead(head);
     IncomingMessage message;
-    message.begin(slotsOf(head), 1000);
+    message.begin(slotsOf(head));
+    message.reserve(1000);
     try {
         std::rethrow_exception(decodeFailure(head.failure()));
     } catch (const std::exception& error) {

@@ -40,7 +40,8 @@ void begin(
     std::uint64_t trustedBytes = anyTrust) {
     v1::Request request;
     request.mutable_slots()->Add(slots.begin(), slots.end());
-    message.begin(request.slots(), trustedBytes);
+    message.begin(request.slots());
+    message.reserve(trustedBytes);
 }
 
 void append(IncomingMessage& message, const std::string& data) {
