@@ -5,7 +5,7 @@
 /// missing or no text, std::invalid_argument and std::out_of_range for a size that is no number,
 /// std::length_error and std::bad_alloc for one that cannot be had. It holds on to nothing then.
 
-#include "properties/SmallMachine.hpp"
+#include "allocations/SmallMachine.hpp"
 
 #include "Input.hpp"
 #include "Target.hpp"
@@ -142,7 +142,7 @@ const std::type_info* expectedError(const Stated& stated, std::uint64_t& size) {
     if (size > std::string().max_size()) {
         return &typeid(std::length_error);
     }
-    return size >= SmallMachine::largestPiece ? &typeid(std::bad_alloc) : nullptr;
+    return size >= test::SmallMachine::largestPiece ? &typeid(std::bad_alloc) : nullptr;
 }
 
 void checkBuffer(
@@ -179,7 +179,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
 
     streambuf::test::RegisteredService service(properties);
     bool closed = false;
-    const SmallMachine machine;
+    const test::SmallMachine machine;
     try {
         const auto connected =
             streambuf::makeDevice(uuid, [&](const boost::uuids::uuid&) { closed = true; });

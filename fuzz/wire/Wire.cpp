@@ -10,8 +10,8 @@
 
 #include "Target.hpp"
 
+#include "allocations/LargestAllocation.hpp"
 #include "remoting/wire/Frames.hpp"
-#include "remoting/wire/LargestAllocation.hpp"
 #include "wire/ErrorCodec.hpp"
 #include "wire/FrameLimits.hpp"
 #include "wire/InterfaceCodec.hpp"
@@ -38,6 +38,7 @@ namespace agent::orvi::fuzz {
 namespace {
 
 using namespace remoting::details;
+namespace test = remoting::details::test;
 using core::GenericPayload;
 using cppmicroservices::Any;
 using cppmicroservices::any_cast;
@@ -50,7 +51,8 @@ auto decoded(std::size_t inputSize, std::uint64_t trusted, const Decode& decode)
     -> std::optional<decltype(decode())> {
     constexpr std::size_t factor = 64;
     constexpr std::size_t always = 4096;
-    const test::LargestAllocation largest;
+    v1::Frame::descriptor(); // made once, with the first message that is read
+    const orvi::test::LargestAllocation largest;
     try {
         auto result = decode();
         require(

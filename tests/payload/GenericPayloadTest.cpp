@@ -1,6 +1,6 @@
 #include "payload/GenericPayload.hpp"
 
-#include "payload/AllocationCounter.hpp"
+#include "allocations/AllocationCounter.hpp"
 #include "payload/GenericPayloadTestAccess.hpp"
 #include "support/FutureErrorOf.hpp"
 #include "support/ThrowsExactly.hpp"
@@ -22,7 +22,7 @@ namespace agent::orvi::core {
 namespace {
 
 using detail::GenericPayloadTestAccess;
-using streambuf::test::AllocationCounter;
+using orvi::test::AllocationCounter;
 using streambuf::test::throwsExactly;
 
 template <class T>

@@ -1,6 +1,6 @@
 #include "publish/MethodHandlers.hpp"
 
-#include "payload/AllocationCounter.hpp"
+#include "allocations/FailingAllocation.hpp"
 #include "payload/GenericPayloadTestAccess.hpp"
 #include "payload/PayloadAdapters.hpp"
 #include "support/DeviceError.hpp"
@@ -340,7 +340,7 @@ TEST_F(MethodHandlersTest, CatchNothing) {
 TEST_F(MethodHandlersTest, LetAFailingAllocationOfTheAnswerOut) {
     const auto handler = core::detail::genericPayloadWrapper(
         details::WriteHandler{[](const std::string&) -> std::int64_t {
-            test::failNextAllocation();
+            orvi::test::failNextAllocation();
             return 1;
         }});
     GenericPayload arguments = GenericPayload::fromValues(std::string("x"));

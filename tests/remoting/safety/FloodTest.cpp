@@ -1,10 +1,13 @@
 #include "remoting/safety/EndpointTest.hpp"
-#include "remoting/safety/ProcessAllocations.hpp"
 
 #include "remoting/discovery/Sockets.hpp"
 
 #include <chrono>
+#include <fstream>
 #include <vector>
+
+#include <malloc.h>
+#include <unistd.h>
 
 namespace agent::orvi::remoting::test {
 namespace {
@@ -13,6 +16,17 @@ constexpr std::size_t mebibyte = std::size_t{1} << 20;
 
 /// Longer than an endpoint makes somebody else wait who asks for little.
 constexpr std::chrono::seconds latest{5};
+
+/// Return how much memory the process has in use, in bytes. What it could give back to the system
+/// is given back before.
+std::size_t memoryInUse() {
+    ::malloc_trim(0);
+    std::ifstream statistics("/proc/self/statm");
+    std::size_t all = 0;
+    std::size_t resident = 0;
+    statistics >> all >> resident;
+    return resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+}
 
 /// An endpoint of which an importer wants more than it can use.
 class FloodTest : public EndpointTest {

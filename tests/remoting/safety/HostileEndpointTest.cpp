@@ -1,7 +1,7 @@
 #include "remoting/discovery/DescriptorGuard.hpp"
 #include "remoting/discovery/TemporaryDirectory.hpp"
 #include "remoting/discovery/Waiting.hpp"
-#include "remoting/safety/ProcessAllocations.hpp"
+#include "allocations/ProcessAllocations.hpp"
 #include "remoting/safety/RawEndpoint.hpp"
 
 #include "streambuf/StreamBuffer.hpp"
@@ -256,7 +256,7 @@ TEST_F(HostileEndpointTest, IsRefusedWhenItSendsMoreDataThanItHasAnnounced) {
 TEST_F(HostileEndpointTest, IsRefusedWhenItAnnouncesFarMoreThanWasAskedFor) {
     const std::uint64_t huge = std::uint64_t{1} << 50;
     answerWith({textAnswer(huge, "bytes")});
-    const ProcessAllocations allocations;
+    const orvi::test::ProcessAllocations allocations;
     expectProtocolError(
         "The endpoint announces an answer of " + std::to_string(huge) +
         " bytes, of which 100 were asked for.");

@@ -1,6 +1,6 @@
 #include "remoting/safety/EndpointTest.hpp"
 #include "remoting/safety/GatedDevice.hpp"
-#include "remoting/safety/ProcessAllocations.hpp"
+#include "allocations/ProcessAllocations.hpp"
 
 #include <limits>
 #include <vector>
@@ -74,7 +74,7 @@ TEST_F(LimitsTest, AllocatesNothingForWhatIsRefused) {
     publish();
     const auto calls = stream(connect());
     EXPECT_EQ(call(*calls, readRequest(10)).text, "pppppppppp");
-    const ProcessAllocations allocations;
+    const orvi::test::ProcessAllocations allocations;
     for (const std::uint64_t bytes : {much, std::uint64_t{1} << 62, ~std::uint64_t{0}}) {
         EXPECT_EQ(
             call(*calls, writeAnnouncement(bytes)), limitExceeded(
@@ -93,7 +93,7 @@ TEST_F(LimitsTest, AllocatesNothingForWhatIsRefused) {
 TEST_F(LimitsTest, ReadsNothingWhereLessThanNothingIsAskedFor) {
     publish();
     const auto calls = stream(connect());
-    const ProcessAllocations allocations;
+    const orvi::test::ProcessAllocations allocations;
     for (const std::int64_t count : {std::int64_t{-1}, std::numeric_limits<std::int64_t>::min()}) {
         EXPECT_EQ(call(*calls, readRequest(count)).text, "");
     }

@@ -1,7 +1,7 @@
 #include "wire/FrameCodec.hpp"
 
+#include "allocations/LargestAllocation.hpp"
 #include "remoting/wire/Frames.hpp"
-#include "remoting/wire/LargestAllocation.hpp"
 #include "remoting/wire/SlicedInput.hpp"
 #include "support/ThrowsExactly.hpp"
 
@@ -270,7 +270,7 @@ TEST(FrameReaderTest, ReservesNoMemoryForTextsThatCannotBeThere) {
     // A text of 50 MB, inside of a property that claims to be longer than its offer.
     const std::string spoilt = "\x22\x0c\x12\xff\xff\xff\xff\x07\x0a\x80\xe1\xeb\x17x"s;
     for (const std::size_t sliceSize : {1U, 100U}) {
-        const LargestAllocation largest;
+        const orvi::test::LargestAllocation largest;
         EXPECT_THAT(
             [&] { readFrame(spoilt, sliceSize); },
             throwsExactly<ProtocolError>("A frame is malformed."));

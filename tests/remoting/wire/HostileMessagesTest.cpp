@@ -1,6 +1,6 @@
 #include "remoting/wire/Frames.hpp"
-#include "remoting/wire/LargestAllocation.hpp"
 
+#include "allocations/LargestAllocation.hpp"
 #include "wire/ErrorCodec.hpp"
 #include "wire/InterfaceCodec.hpp"
 #include "wire/PropertyCodec.hpp"
@@ -93,7 +93,7 @@ struct Outcomes {
 
 /// Expect that a spoilt frame is either understood or refused, without much memory.
 void expectHarmless(const std::string& bytes, std::size_t sliceSize, Outcomes& outcomes) {
-    const LargestAllocation largest;
+    const orvi::test::LargestAllocation largest;
     try {
         consume(bytes, sliceSize);
         ++outcomes.accepted;

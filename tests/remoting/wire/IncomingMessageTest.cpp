@@ -1,6 +1,6 @@
 #include "remoting/wire/Frames.hpp"
-#include "remoting/wire/LargestAllocation.hpp"
 
+#include "allocations/LargestAllocation.hpp"
 #include "support/ThrowsExactly.hpp"
 
 #include <orvi/remoting/Errors.hpp>
@@ -219,7 +219,7 @@ TEST(IncomingMessageTest, HoldsABrokenFutureWhereThereWasOne) {
 TEST(IncomingMessageMemoryTest, IsNotAllocatedForWhatIsOnlyAnnounced) {
     for (const std::uint64_t length : {std::uint64_t{1} << 20, std::uint64_t{1} << 40, anyTrust}) {
         IncomingMessage message;
-        const LargestAllocation largest;
+        const orvi::test::LargestAllocation largest;
         begin(message, {textOf(length)}, 10'000);
         EXPECT_GE(largest.size(), 10'000U);
         EXPECT_LE(largest.size(), 20'000U);
@@ -229,7 +229,7 @@ TEST(IncomingMessageMemoryTest, IsNotAllocatedForWhatIsOnlyAnnounced) {
 TEST(IncomingMessageMemoryTest, IsTrustedInTotalNotForEachText) {
     IncomingMessage message;
     const std::vector<v1::Slot> slots(maximumSlots, textOf(10'000));
-    const LargestAllocation largest;
+    const orvi::test::LargestAllocation largest;
     begin(message, slots, 15'000);
     EXPECT_LE(largest.size(), 20'000U);
     std::size_t reserved = 0;
@@ -252,7 +252,7 @@ TEST(IncomingMessageMemoryTest, GrowsWithWhatArrives) {
     begin(message, {textOf(std::uint64_t{1} << 40)}, 0);
     const std::string data = patternOf(frameData);
     for (std::size_t frame = 1; frame <= 100; ++frame) {
-        const LargestAllocation largest;
+        const orvi::test::LargestAllocation largest;
         append(message, data);
         EXPECT_LE(largest.size(), 8 * frame * frameData + 1000);
     }
@@ -262,7 +262,7 @@ TEST(IncomingMessageMemoryTest, IsAllocatedOnceForWhatIsTrusted) {
     constexpr std::size_t length = 1'000'000;
     IncomingMessage message;
     begin(message, {textOf(length)}, length);
-    const LargestAllocation largest;
+    const orvi::test::LargestAllocation largest;
     std::size_t frameMemory = 0;
     {
         const std::string data = patternOf(100'000);
