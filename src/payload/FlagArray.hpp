@@ -29,6 +29,9 @@ public:
         return *this;
     }
 
+    /// Make room as SlotArray::reserve does.
+    void reserve(std::size_t flags) { words.reserve((flags + bitsPerWord - 1) / bitsPerWord); }
+
     /// Append a flag.
     void push_back(bool flag) {
         if (count % bitsPerWord == 0) {

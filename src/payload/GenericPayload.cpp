@@ -31,6 +31,7 @@ GenericPayload& GenericPayload::operator=(const GenericPayload& other) {
 }
 
 void GenericPayload::append(GenericPayload&& other) {
+    reserve(size() + other.size());
     GenericPayload added = std::exchange(other, GenericPayload());
     for (std::size_t index = 0; index < added.size(); ++index) {
         addSlot(
@@ -74,9 +75,18 @@ std::shared_ptr<void> GenericPayload::refuseToClone(const std::shared_ptr<void>&
     throw std::logic_error("A GenericPayload that holds a future cannot be copied.");
 }
 
+void GenericPayload::reserve(std::size_t slots) {
+    typeHashes.reserve(slots);
+    values.reserve(slots);
+    cloners.reserve(slots);
+    futureFlags.reserve(slots);
+    packedFlags.reserve(slots);
+}
+
 void GenericPayload::addSlot(
     std::uint64_t typeHash, std::shared_ptr<void> value, const Cloner& cloner, bool future,
     bool packed) {
+    reserve(values.size() + 1);
     typeHashes.push_back(typeHash);
     values.push_back(std::move(value));
     cloners.push_back(&cloner);

@@ -172,6 +172,8 @@ public:
 
     /// Take over the slots of another payload, behind those that are there; `other` has none
     /// afterwards.
+    ///
+    /// @throws std::bad_alloc when there is no room for them; nothing has changed then.
     void append(GenericPayload&& other);
 
     /// Remove what a slot holds, be it a value, a future or nothing, and return it in a payload of
@@ -214,6 +216,8 @@ private:
     }
 
     void checkIndex(std::size_t index) const;
+
+    void reserve(std::size_t slots);
 
     void addSlot(
         std::uint64_t typeHash, std::shared_ptr<void> value, const Cloner& cloner, bool future,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <memory>
@@ -47,6 +48,20 @@ public:
 
     const Element& operator[](std::size_t index) const noexcept {
         return index < inPlace ? first[index] : (*rest)[index - inPlace];
+    }
+
+    /// Make room, so that elements up to this count can be appended without an allocation. Nothing
+    /// has changed when it throws.
+    void reserve(std::size_t elements) {
+        if (elements <= inPlace) {
+            return;
+        }
+        if (!rest) {
+            rest = std::make_unique<std::vector<Element>>();
+        }
+        if (elements - inPlace > rest->capacity()) {
+            rest->reserve(std::max(elements - inPlace, 2 * rest->capacity()));
+        }
     }
 
     /// Append an element. Nothing has changed when it throws.

@@ -254,21 +254,23 @@ std::streamsize StreamBuffer::writeBeyondPutArea(const char* source, std::stream
         return StreamBuffer::xsputn(source, count);
     }
     const std::streamsize space = epptr() - pptr();
+    const std::streamsize tail = count - space;
+    const bool tailFits = tail <= epptr() - pbase();
+    // Made before anything is written: what fails for want of memory has written nothing.
+    const std::string direct =
+        tailFits ? std::string() : std::string(source + space, static_cast<std::size_t>(tail));
     if (space > 0) {
         std::memcpy(pptr(), source, static_cast<std::size_t>(space));
     }
     if (!writeFullPutArea()) {
         return 0;
     }
-    source += space;
-    const std::streamsize tail = count - space;
-    if (tail <= epptr() - pptr()) {
-        std::memcpy(pptr(), source, static_cast<std::size_t>(tail));
+    if (tailFits) {
+        std::memcpy(pptr(), source + space, static_cast<std::size_t>(tail));
         advancePut(tail);
         return count;
     }
-    const std::int64_t written = impl->write(std::string(source, static_cast<std::size_t>(tail)));
-    return written < tail ? 0 : count;
+    return impl->write(direct) < tail ? 0 : count;
 }
 
 int StreamBuffer::sync() {

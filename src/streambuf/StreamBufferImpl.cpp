@@ -30,11 +30,11 @@ StreamBufferImpl::~StreamBufferImpl() {
         if (registration && !foundation::cppmicroservices::processIsEnding()) {
             registration.Unregister();
         }
-        configuration.reset();
     } catch (...) {
         // A framework that has stopped has withdrawn the service already. Whatever else goes wrong
         // here, nobody is left who could act on it.
     }
+    configuration.reset();
     registration = nullptr;
     try {
         if (close) {
