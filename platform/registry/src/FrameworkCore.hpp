@@ -99,11 +99,25 @@ public:
 
     // Events
     void send(FrameworkEvent const& event);
-    /// Reports the exception that is being handled.
-    void sendWarning(std::string const& message);
+
+    /// Sends the event that `make` returns, unless there is no memory to report it with.
+    template <class Make>
+    void sendIfPossible(Make const& make) noexcept {
+        try {
+            send(make());
+        } catch (...) {
+            // What it reports has happened all the same.
+        }
+    }
+
+    /// Reports the exception that is being handled, with a service's number behind the message.
+    void sendWarning(char const* message, long serviceId) noexcept;
     /// Returns the listeners that shall see an event of a service with its present properties.
     Listeners receivers(ServiceEvent const& event, ServiceRecord const& service);
     void deliver(Listeners const& listeners, ServiceEvent const& event);
+    /// Delivers an event where there is no memory to choose the receivers with: to every listener
+    /// whose filter may match, also if a hook would hide it.
+    void deliverToEach(ServiceRecord const& service, ServiceEvent const& event) noexcept;
 
 private:
     void prepare();
@@ -118,13 +132,13 @@ private:
 
     void send(BundleEvent const& event);
     void log(std::string const& line);
+    void deliver(ServiceListenerEntry const& entry, ServiceEvent const& event) noexcept;
     void callListenerHooks(
         ListenerIndex::Entry const& entry,
         void (ServiceListenerHook::*call)(std::vector<ServiceListenerHook::ListenerInfo> const&));
     template <class Hook, class Call>
-    void callHooks(
-        std::vector<ServiceIndex::Entry> const& hooks, std::string const& failure,
-        Call const& call);
+    void
+    callHooks(std::vector<ServiceIndex::Entry> const& hooks, char const* failure, Call const& call);
     void hideFromReceivers(
         std::vector<ServiceIndex::Entry> const& hooks, ServiceEvent const& event,
         Listeners& listeners);

@@ -33,7 +33,7 @@ long nextServiceId() {
 }
 
 Scope scopeOf(InterfaceMap const& service) {
-    auto const factory = service.find("org.cppmicroservices.factory");
+    auto const factory = service.find(factoryClass());
     if (factory == service.end()) {
         return Scope::Singleton;
     }
@@ -61,9 +61,15 @@ std::shared_ptr<Registration> FrameworkCore::registerService(
     record->core = weak_from_this();
     record->setProperties(properties);
     auto registration = std::make_shared<Registration>(std::move(record), service);
+    registration->prepareToUnregister();
     services_.add(registration);
-    ServiceEvent const event(ServiceEvent::SERVICE_REGISTERED, registration->reference());
-    deliver(receivers(event, *registration->record), event);
+    try {
+        ServiceEvent const event(ServiceEvent::SERVICE_REGISTERED, registration->reference());
+        deliver(receivers(event, *registration->record), event);
+    } catch (...) {
+        registration->unregister();
+        throw;
+    }
     return registration;
 }
 
@@ -175,14 +181,14 @@ void FrameworkCore::callListenerHooks(
         try {
             ((*hook.object).*call)({ServiceListenerHook::ListenerInfo(entry)});
         } catch (...) {
-            sendWarning("Failed to call listener hook # " + std::to_string(hook.serviceId));
+            sendWarning("Failed to call listener hook # ", hook.serviceId);
         }
     }
 }
 
 template <class Hook, class Call>
 void FrameworkCore::callHooks(
-    std::vector<ServiceIndex::Entry> const& hooks, std::string const& failure, Call const& call) {
+    std::vector<ServiceIndex::Entry> const& hooks, char const* failure, Call const& call) {
     for (auto const& registration : hooks) {
         auto const reference = registration->reference(us_service_interface_iid<Hook>());
         auto const hook = std::static_pointer_cast<Hook>(useService(reference, Instance::Shared));
@@ -191,7 +197,7 @@ void FrameworkCore::callHooks(
                 call(*hook);
             }
         } catch (...) {
-            sendWarning(failure + std::to_string(registration->record->id));
+            sendWarning(failure, registration->record->id);
         }
     }
 }
@@ -220,9 +226,12 @@ void FrameworkCore::send(BundleEvent const& event) {
     }
 }
 
-void FrameworkCore::sendWarning(std::string const& message) {
-    send(FrameworkEvent(
-        FrameworkEvent::FRAMEWORK_WARNING, bundle(), message, std::current_exception()));
+void FrameworkCore::sendWarning(char const* message, long serviceId) noexcept {
+    sendIfPossible([&] {
+        return FrameworkEvent(
+            FrameworkEvent::FRAMEWORK_WARNING, bundle(), message + std::to_string(serviceId),
+            std::current_exception());
+    });
 }
 
 FrameworkCore::Listeners
@@ -263,17 +272,34 @@ void FrameworkCore::hideFromReceivers(
 
 void FrameworkCore::deliver(Listeners const& listeners, ServiceEvent const& event) {
     for (auto const& entry : listeners) {
-        if (entry->removed) {
-            continue;
-        }
-        try {
-            entry->listener(event);
-        } catch (...) {
+        deliver(*entry, event);
+    }
+}
+
+void FrameworkCore::deliver(ServiceListenerEntry const& entry, ServiceEvent const& event) noexcept {
+    if (entry.removed) {
+        return;
+    }
+    try {
+        entry.listener(event);
+    } catch (...) {
+        sendIfPossible([this] {
             auto const source = bundle();
-            send(FrameworkEvent(
+            return FrameworkEvent(
                 FrameworkEvent::FRAMEWORK_ERROR, source,
                 "Service listener in " + source.GetSymbolicName() + " threw an exception!",
-                std::current_exception()));
+                std::current_exception());
+        });
+    }
+}
+
+void FrameworkCore::deliverToEach(
+    ServiceRecord const& service, ServiceEvent const& event) noexcept {
+    ListenerTokenId last = 0;
+    while (auto const entry = serviceListeners_.next(last)) {
+        last = entry->id;
+        if (entry->mayMatch(service)) {
+            deliver(*entry, event);
         }
     }
 }

@@ -36,8 +36,7 @@ HookTracker::AddingService(ServiceReference<ServiceListenerHook> const& referenc
         hook->Added(core->listenerInfos());
     } catch (...) {
         core->sendWarning(
-            "Failed to call listener hook # " +
-            std::to_string(ReferenceData::of(reference)->record->id));
+            "Failed to call listener hook # ", ReferenceData::of(reference)->record->id);
     }
     return hook;
 }

@@ -40,20 +40,47 @@ bool matches(ServiceListenerEntry const& entry, AnyMap const& properties) {
 
 } // namespace
 
+bool ServiceListenerEntry::mayMatch(ServiceRecord const& service) const noexcept {
+    try {
+        return !filter || filter->matches(*service.properties(), false);
+    } catch (...) {
+        return true;
+    }
+}
+
 void ListenerIndex::add(Entry const& entry) {
     auto const classes = entry->filter ? entry->filter->requiredClasses() : std::nullopt;
     auto const serviceId = entry->filter ? entry->filter->soleServiceId() : std::nullopt;
     std::lock_guard const lock(mutex_);
-    all_.emplace(entry->id, entry);
-    if (classes) {
-        for (auto const& name : *classes) {
-            byClass_[name].emplace(entry->id, entry);
+    try {
+        all_.emplace(entry->id, entry);
+        if (classes) {
+            for (auto const& name : *classes) {
+                byClass_[name].emplace(entry->id, entry);
+            }
+        } else if (serviceId) {
+            byServiceId_[*serviceId].emplace(entry->id, entry);
+        } else {
+            others_.emplace(entry->id, entry);
         }
-    } else if (serviceId) {
-        byServiceId_[*serviceId].emplace(entry->id, entry);
-    } else {
-        others_.emplace(entry->id, entry);
+    } catch (...) {
+        if (classes) {
+            for (auto const& name : *classes) {
+                eraseFromBucket(byClass_, name, entry->id);
+            }
+        }
+        if (serviceId) {
+            eraseFromBucket(byServiceId_, *serviceId, entry->id);
+        }
+        all_.erase(entry->id);
+        throw;
     }
+}
+
+Entry ListenerIndex::next(ListenerTokenId after) const noexcept {
+    std::lock_guard const lock(mutex_);
+    auto const found = all_.upper_bound(after);
+    return found == all_.end() ? nullptr : found->second;
 }
 
 Entry ListenerIndex::remove(ListenerTokenId id) {

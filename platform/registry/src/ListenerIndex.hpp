@@ -29,6 +29,9 @@ struct ServiceListenerEntry {
         , filterText(std::move(text))
         , filter(std::move(f)) {}
 
+    /// Says whether a service matches; true when there is no memory to find out.
+    bool mayMatch(ServiceRecord const& service) const noexcept;
+
     ListenerTokenId const id;
     std::shared_ptr<ContextData> const context;
     ServiceListener const listener;
@@ -50,6 +53,9 @@ public:
     Entry remove(ListenerTokenId id);
 
     std::vector<Entry> all() const;
+
+    /// Returns the listener that was added next after the one of this number, or null.
+    Entry next(ListenerTokenId after) const noexcept;
 
     /// Returns the listeners whose filter matches, in the order in which they were added.
     std::vector<Entry> matching(ServiceRecord const& service) const;

@@ -7,14 +7,23 @@ namespace cppmicroservices::detail {
 void ServiceIndex::add(Entry const& entry) {
     std::lock_guard const lock(mutex_);
     entry->indexedRanking = entry->record->ranking();
-    all_.emplace(entry->record->id, entry);
-    for (auto const& name : entry->record->classes) {
-        byClass_[name].emplace(Preference{entry->indexedRanking, entry->record->id}, entry);
+    try {
+        all_.emplace(entry->record->id, entry);
+        for (auto const& name : entry->record->classes) {
+            byClass_[name].emplace(Preference{entry->indexedRanking, entry->record->id}, entry);
+        }
+    } catch (...) {
+        erase(*entry);
+        throw;
     }
 }
 
 void ServiceIndex::remove(Registration const& registration) {
     std::lock_guard const lock(mutex_);
+    erase(registration);
+}
+
+void ServiceIndex::erase(Registration const& registration) {
     all_.erase(registration.record->id);
     for (auto const& name : registration.record->classes) {
         auto const found = byClass_.find(name);

@@ -44,6 +44,8 @@ private:
 
     using Ranked = std::map<Preference, Entry>;
 
+    void erase(Registration const& registration);
+
     mutable std::mutex mutex_;
     std::map<long, Entry> all_;
     std::unordered_map<std::string, Ranked> byClass_;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "cppmicroservices/ServiceEvent.h"
 #include "cppmicroservices/ServiceInterface.h"
 #include "cppmicroservices/ServiceProperties.h"
 #include "cppmicroservices/ServiceReferenceBase.h"
@@ -15,6 +16,11 @@
 namespace cppmicroservices::detail {
 
 class FrameworkCore;
+
+/// Returns the name under which a factory is registered beside the classes that it makes.
+///
+/// Made with the first service, so that the end of a use needs no memory.
+std::string const& factoryClass();
 
 enum class Scope { Singleton, Bundle, Prototype };
 
@@ -63,6 +69,9 @@ struct Registration : std::enable_shared_from_this<Registration> {
     /// @throws std::logic_error if the service is unregistered.
     std::shared_ptr<FrameworkCore> coreWhileRegistered() const;
     void setProperties(ServiceProperties const& properties);
+    /// Makes what `unregister` needs: the end of a service needs no memory, so that destructors can
+    /// rely on it.
+    void prepareToUnregister();
     void unregister();
 
     std::shared_ptr<ServiceRecord> const record;
@@ -76,9 +85,11 @@ struct Registration : std::enable_shared_from_this<Registration> {
     int indexedRanking = 0;
 
 private:
-    void returnInstances(
-        FrameworkCore& core, ServiceFactory& maker,
-        std::list<InterfaceMapConstPtr> const& instances);
+    /// Refers to this weakly.
+    ServiceEvent lastEvent;
+
+    void returnInstance(
+        FrameworkCore& core, ServiceFactory& maker, InterfaceMapConstPtr const& instance) noexcept;
 };
 
 /// What a reference consists of. Immutable.

@@ -18,12 +18,19 @@ ServiceReferenceBase Registration::reference(std::string const& interfaceId) {
         ReferenceData{weak_from_this(), record, interfaceId}));
 }
 
+std::string const& factoryClass() {
+    // Never destroyed: services may be used until the process ends.
+    static std::string const& name = *new std::string("org.cppmicroservices.factory");
+    return name;
+}
+
 std::shared_ptr<ServiceFactory> Registration::factory() const {
-    auto const found =
-        service ? service->find("org.cppmicroservices.factory") : InterfaceMap::const_iterator();
-    return service && found != service->end()
-               ? std::static_pointer_cast<ServiceFactory>(found->second)
-               : nullptr;
+    if (!service || record->scope == Scope::Singleton) {
+        return nullptr;
+    }
+    auto const found = service->find(factoryClass());
+    return found == service->end() ? nullptr
+                                   : std::static_pointer_cast<ServiceFactory>(found->second);
 }
 
 std::shared_ptr<FrameworkCore> Registration::coreWhileRegistered() const {
@@ -53,6 +60,10 @@ void Registration::setProperties(ServiceProperties const& properties) {
     core->deliver(former, endMatch);
 }
 
+void Registration::prepareToUnregister() {
+    lastEvent = ServiceEvent(ServiceEvent::SERVICE_UNREGISTERING, reference());
+}
+
 void Registration::unregister() {
     std::shared_ptr<FrameworkCore> core;
     {
@@ -68,8 +79,11 @@ void Registration::unregister() {
     }
     if (core) {
         core->services().remove(*this);
-        ServiceEvent const event(ServiceEvent::SERVICE_UNREGISTERING, reference());
-        core->deliver(core->receivers(event, *record), event);
+        try {
+            core->deliver(core->receivers(lastEvent, *record), lastEvent);
+        } catch (...) {
+            core->deliverToEach(*record, lastEvent);
+        }
     }
     InterfaceMapConstPtr releasedService;
     InterfaceMapConstPtr releasedInstance;
@@ -84,28 +98,25 @@ void Registration::unregister() {
         releasedInstance = std::exchange(bundleInstance, nullptr);
         releasedInstances.swap(prototypeInstances);
     }
-    if (releasedInstance) {
-        releasedInstances.push_back(releasedInstance);
-    }
     if (core && maker) {
-        returnInstances(*core, *maker, releasedInstances);
+        if (releasedInstance) {
+            returnInstance(*core, *maker, releasedInstance);
+        }
+        for (auto const& instance : releasedInstances) {
+            returnInstance(*core, *maker, instance);
+        }
     }
     std::lock_guard const lock(record->mutex);
     record->core.reset();
     record->unregistering = false;
 }
 
-void Registration::returnInstances(
-    FrameworkCore& core, ServiceFactory& maker, std::list<InterfaceMapConstPtr> const& instances) {
-    for (auto const& instance : instances) {
-        try {
-            maker.UngetService(core.bundle(), handle(), instance);
-        } catch (...) {
-            core.send(FrameworkEvent(
-                FrameworkEvent::FRAMEWORK_ERROR, core.bundle(),
-                "ServiceFactory UngetService implementation threw an exception",
-                factoryException()));
-        }
+void Registration::returnInstance(
+    FrameworkCore& core, ServiceFactory& maker, InterfaceMapConstPtr const& instance) noexcept {
+    try {
+        maker.UngetService(core.bundle(), handle(), instance);
+    } catch (...) {
+        sendFactoryError(core, "ServiceFactory UngetService implementation threw an exception");
     }
 }
 

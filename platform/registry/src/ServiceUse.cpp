@@ -5,6 +5,8 @@
 #include "cppmicroservices/ServiceFactory.h"
 
 #include <algorithm>
+#include <exception>
+#include <list>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -53,9 +55,7 @@ void returnInstance(
     try {
         factory.UngetService(core->bundle(), registration.handle(), instance);
     } catch (...) {
-        sendFactoryEvent(
-            registration, FrameworkEvent::FRAMEWORK_ERROR, "ServiceFactory threw an exception",
-            factoryException());
+        sendFactoryError(*core, "ServiceFactory threw an exception");
     }
 }
 
@@ -88,14 +88,14 @@ InterfaceMapConstPtr make(Registration& registration, ServiceFactory& factory) {
         }
         return instance;
     } catch (...) {
-        sendFactoryEvent(
-            registration, FrameworkEvent::FRAMEWORK_ERROR,
-            "ServiceFactory threw an unknown exception.", factoryException());
+        sendFactoryError(*core, "ServiceFactory threw an unknown exception.");
         return nullptr;
     }
 }
 
 InterfaceMapConstPtr acquireFresh(Registration& registration, ServiceFactory& factory) {
+    // What is made must have a place, or nobody would return it.
+    std::list<InterfaceMapConstPtr> place(1);
     auto instance = make(registration, factory);
     if (!instance) {
         return nullptr;
@@ -103,7 +103,9 @@ InterfaceMapConstPtr acquireFresh(Registration& registration, ServiceFactory& fa
     {
         std::lock_guard const lock(registration.record->mutex);
         if (!registration.record->unregistered) {
-            registration.prototypeInstances.push_back(instance);
+            place.front() = instance;
+            auto& instances = registration.prototypeInstances;
+            instances.splice(instances.end(), place);
             ++registration.record->uses;
             return instance;
         }
@@ -198,22 +200,22 @@ void releaseShared(Registration& registration) {
 
 /// One use of a service object; ends it when destroyed.
 struct Use {
-    Use(ServiceReferenceBase const& r, InterfaceMapConstPtr i, bool f)
+    Use(ServiceReferenceBase const& r, bool f)
         : reference(r)
-        , interfaces(std::move(i))
         , fresh(f) {}
 
     Use(Use const&) = delete;
     Use& operator=(Use const&) = delete;
 
     ~Use() {
-        if (auto const registration = ReferenceData::of(reference)->registration.lock()) {
+        auto const registration = ReferenceData::of(reference)->registration.lock();
+        if (registration && interfaces) {
             fresh ? releaseFresh(*registration, interfaces) : releaseShared(*registration);
         }
     }
 
     ServiceReferenceBase const reference;
-    InterfaceMapConstPtr const interfaces;
+    InterfaceMapConstPtr interfaces; // null until they have been acquired
     bool const fresh;
 };
 
@@ -231,26 +233,22 @@ std::shared_ptr<Use const> use(ServiceReferenceBase const& reference, Instance i
         return nullptr;
     }
     bool const fresh = instance == Instance::Fresh && data->record->scope == Scope::Prototype;
-    InterfaceMapConstPtr interfaces;
+    auto* made = new Use(reference, fresh);
+    std::shared_ptr<Use const> const used(made, UseDeleter{made});
     if (fresh) {
         std::shared_ptr<ServiceFactory> factory;
         {
             std::lock_guard const lock(data->record->mutex);
             factory = registration->factory();
         }
-        interfaces = factory ? acquireFresh(*registration, *factory) : nullptr;
+        made->interfaces = factory ? acquireFresh(*registration, *factory) : nullptr;
     } else {
-        interfaces = acquireShared(*registration);
+        made->interfaces = acquireShared(*registration);
     }
-    if (!interfaces) {
-        return nullptr;
-    }
-    auto const* made = new Use(reference, std::move(interfaces), fresh);
-    return std::shared_ptr<Use const>(made, UseDeleter{made});
+    return made->interfaces ? used : nullptr;
 }
 
-} // namespace
-
+/// Wraps the exception of a service factory that is being handled.
 std::exception_ptr factoryException() {
     std::string text = "unknown";
     try {
@@ -261,6 +259,15 @@ std::exception_ptr factoryException() {
         // Has no text.
     }
     return std::make_exception_ptr(ServiceException(text, ServiceException::FACTORY_EXCEPTION));
+}
+
+} // namespace
+
+void sendFactoryError(FrameworkCore& core, char const* message) noexcept {
+    core.sendIfPossible([&] {
+        return FrameworkEvent(
+            FrameworkEvent::FRAMEWORK_ERROR, core.bundle(), message, factoryException());
+    });
 }
 
 std::shared_ptr<void> useService(ServiceReferenceBase const& reference, Instance instance) {

@@ -2,13 +2,12 @@
 
 #include "ServiceRecord.hpp"
 
-#include <exception>
 #include <memory>
 
 namespace cppmicroservices::detail {
 
-/// Wraps the exception of a service factory that is being handled.
-std::exception_ptr factoryException();
+/// Reports the exception of a service factory that is being handled, if there is memory for it.
+void sendFactoryError(FrameworkCore& core, char const* message) noexcept;
 
 /// Which object of a prototype factory is got.
 enum class Instance { Shared, Fresh };
