@@ -7,8 +7,8 @@
 #include <cppmicroservices/ServiceEvent.h>
 
 #include <algorithm>
+#include <new>
 #include <utility>
-#include <vector>
 
 namespace agent::orvi::core::detail {
 namespace {
@@ -16,6 +16,7 @@ namespace {
 using cppmicroservices::BundleEvent;
 using cppmicroservices::ServiceEvent;
 using cppmicroservices::ServiceReferenceBase;
+using Taken = OfferingProvider::Taken;
 
 long serviceId(const ServiceReferenceBase& reference) {
     return cppmicroservices::any_cast<long>(reference.GetProperty("service.id"));
@@ -67,25 +68,36 @@ void Bridge::watch() {
 }
 
 void Bridge::stop() {
-    std::vector<std::shared_ptr<OfferingProvider>> ending;
-    {
-        const std::lock_guard lock(mutex);
-        stopped = true;
-        for (const auto& [id, provider] : providers) {
-            if (provider) {
-                ending.push_back(provider);
-            }
+    std::unique_lock lock(mutex);
+    stopped = true;
+    for (const auto& [reference, provider] : providers) {
+        if (provider) {
+            directory.refuse(*provider);
         }
     }
-    // Until this is done, who unregisters one of them must find it, to wait for its calls as well.
-    directory.withdraw(ending);
-    const std::lock_guard lock(mutex);
-    providers.clear();
+    while (!providers.empty()) {
+        const auto [reference, provider] = *providers.begin();
+        // Until this is done, who unregisters it must find it, to wait for its calls as well.
+        if (provider) {
+            lock.unlock();
+            directory.close(*provider);
+            lock.lock();
+        }
+        providers.erase(reference);
+    }
 }
 
 void Bridge::serviceChanged(const ServiceEvent& event) {
     if (event.GetType() == ServiceEvent::SERVICE_REGISTERED) {
-        addProvider(event.GetServiceReference<ServiceProvider>());
+        try {
+            addProvider(event.GetServiceReference<ServiceProvider>());
+        } catch (const std::bad_alloc&) {
+            // Whoever builds the next configuration sees to it, and hears of it if that fails
+            // again.
+            const std::lock_guard lock(mutex);
+            missed = true;
+            throw;
+        }
     } else if (event.GetType() == ServiceEvent::SERVICE_UNREGISTERING) {
         removeProvider(event.GetServiceReference());
     }
@@ -93,14 +105,13 @@ void Bridge::serviceChanged(const ServiceEvent& event) {
 
 void Bridge::addProvider(const cppmicroservices::ServiceReference<ServiceProvider>& reference) {
     ProcessEnd::watch();
-    const long id = serviceId(reference);
     const auto entry = std::make_shared<OfferingProvider>();
     {
         const std::lock_guard lock(mutex);
         if (stopped) {
             return;
         }
-        const auto [known, added] = providers.try_emplace(id, entry);
+        const auto [known, added] = providers.try_emplace(reference, entry);
         if (!added) {
             if (!known->second) {
                 providers.erase(known);
@@ -108,31 +119,78 @@ void Bridge::addProvider(const cppmicroservices::ServiceReference<ServiceProvide
             return;
         }
     }
+    describe(reference, *entry);
+}
+
+void Bridge::seeMissed() {
+    {
+        const std::lock_guard lock(mutex);
+        if (!missed || stopped) {
+            return;
+        }
+        missed = false;
+    }
+    try {
+        for (const auto& reference : context.GetServiceReferences<ServiceProvider>()) {
+            std::shared_ptr<OfferingProvider> entry;
+            bool known = false;
+            {
+                const std::lock_guard lock(mutex);
+                const auto found = providers.find(reference);
+                known = found != providers.end();
+                if (known && found->second && found->second->taken == Taken::missed) {
+                    entry = found->second;
+                    entry->taken = Taken::again;
+                }
+            }
+            if (entry) {
+                describe(reference, *entry);
+            } else if (!known) {
+                addProvider(reference);
+            }
+        }
+    } catch (...) {
+        const std::lock_guard lock(mutex);
+        missed = true;
+        throw;
+    }
+}
+
+void Bridge::describe(
+    const cppmicroservices::ServiceReference<ServiceProvider>& reference, OfferingProvider& entry) {
     try {
         if (const auto provider = context.GetService(reference)) {
-            directory.provide(*entry, context, provider, provider->getServiceInterfaces());
+            directory.provide(entry, context, provider, provider->getServiceInterfaces());
         }
+    } catch (const std::bad_alloc&) {
+        const std::lock_guard lock(mutex);
+        if (entry.taken == Taken::once) {
+            entry.taken = Taken::missed;
+        }
+        throw;
     } catch (...) {
         // A provider that cannot describe itself is not reachable; its registration stands.
     }
 }
 
 void Bridge::removeProvider(const ServiceReferenceBase& reference) {
-    const long id = serviceId(reference);
     std::shared_ptr<OfferingProvider> entry;
     {
         const std::lock_guard lock(mutex);
-        const auto known = providers.find(id);
+        const auto known = providers.find(reference);
         if (known == providers.end()) {
             if (!stopped) {
-                providers.emplace(id, nullptr);
+                providers.emplace(reference, nullptr);
             }
             return;
         }
         entry = std::move(known->second);
         providers.erase(known);
     }
-    directory.withdraw({&entry, 1});
+    if (entry) {
+        directory.refuse(*entry);
+        directory.close(*entry);
+    }
 }
 
 } // namespace agent::orvi::core::detail

@@ -5,9 +5,9 @@
 #include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/ServiceReference.h>
 
-#include <map>
 #include <memory>
 #include <mutex>
+#include <unordered_map>
 
 namespace cppmicroservices {
 class Framework;
@@ -36,6 +36,12 @@ public:
     /// Close what was made reachable and watch no more; see CallGate::close.
     void stop();
 
+    /// See the providers that were missed when they came, for want of memory. Each gets one more
+    /// chance, lest one that asks for the impossible stops everybody's configurations.
+    ///
+    /// @throws std::bad_alloc when there is none now, either.
+    void seeMissed();
+
     /// Say whether the framework or `stop` has ended this.
     bool hasStopped() const;
 
@@ -43,6 +49,9 @@ private:
     void watch();
     void serviceChanged(const cppmicroservices::ServiceEvent& event);
     void addProvider(const cppmicroservices::ServiceReference<ServiceProvider>& reference);
+    void describe(
+        const cppmicroservices::ServiceReference<ServiceProvider>& reference,
+        OfferingProvider& entry);
     void removeProvider(const cppmicroservices::ServiceReferenceBase& reference);
 
     InterfaceDirectory& directory;
@@ -50,8 +59,11 @@ private:
 
     mutable std::mutex mutex;
     bool stopped = false;
-    // By service id. Null: it went before it was seen to come.
-    std::map<long, std::shared_ptr<OfferingProvider>> providers;
+    bool missed = false; // some were not taken in, for want of memory
+    // By what is compared without an allocation: the end of a provider must never be missed. Null:
+    // it went before it was seen to come.
+    std::unordered_map<cppmicroservices::ServiceReferenceBase, std::shared_ptr<OfferingProvider>>
+        providers;
 };
 
 } // namespace agent::orvi::core::detail

@@ -3,8 +3,11 @@
 #include <boost/intrusive/list.hpp>
 
 #include <algorithm>
+#include <array>
 #include <condition_variable>
+#include <cstddef>
 #include <mutex>
+#include <new>
 
 namespace agent::orvi::core::detail {
 
@@ -32,10 +35,12 @@ struct CallGate::Closer
     bool heldUp = false; // scratch of mayReturn
 };
 
-/// Everybody who waits in a `close`. Never destroyed: gates are closed until the process ends.
+/// Everybody who waits in a `close`. Never destroyed: gates are closed until the process ends. Its
+/// place is there from the beginning: a gate closes without an allocation.
 struct CallGate::Closers {
-    static Closers& instance() {
-        static Closers& closers = *new Closers;
+    static Closers& instance() noexcept {
+        alignas(Closers) static std::array<std::byte, sizeof(CallGate::Closers)> place;
+        static Closers& closers = *new (place.data()) Closers;
         return closers;
     }
 

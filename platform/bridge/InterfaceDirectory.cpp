@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <new>
 #include <utility>
 
 namespace agent::orvi::core::detail {
@@ -45,53 +46,73 @@ InterfaceDirectory& InterfaceDirectory::ofProcess() {
 void InterfaceDirectory::provide(
     OfferingProvider& entry, const cppmicroservices::BundleContext& context,
     const std::shared_ptr<ServiceProvider>& provider, std::vector<ServiceInterface> interfaces) {
-    {
-        const std::lock_guard lock(mutex);
-        if (entry.gone) {
-            return;
-        }
-        for (ServiceInterface& interface : interfaces) {
-            entry.offers.push_back(std::make_shared<const Offer>(
-                Offer{++lastNumber, context, provider, std::move(interface)}));
-        }
-        for (const auto& offer : entry.offers) {
-            entries[offer->description.name()].offers.push_back(offer);
-        }
+    if (!addOffers(entry, context, provider, std::move(interfaces))) {
+        return;
     }
     for (const auto& offer : entry.offers) {
         try {
             publish(offer->description.name(), {offer->number, offer->number});
+        } catch (const std::bad_alloc&) {
+            throw;
         } catch (...) {
             // The provider's registration stands for itself; this interface is not reachable.
         }
     }
 }
 
-void InterfaceDirectory::withdraw(
-    std::span<const std::shared_ptr<OfferingProvider>> providers) noexcept {
-    {
-        const std::lock_guard lock(mutex);
-        for (const auto& provider : providers) {
-            provider->gone = true;
-            for (const auto& offer : provider->offers) {
-                const auto entry = entries.find(offer->description.name());
-                if (entry == entries.end()) {
-                    continue;
-                }
-                std::erase(entry->second.offers, offer);
-                for (const auto& publication : entry->second.publications) {
-                    if (publication->offerNumber == offer->number) {
-                        publication->withdrawn = true;
-                    }
-                }
-                eraseIfUnused(entry);
+/// Let a provider offer its interfaces unless it does so already: all of them or none.
+///
+/// @return false when it is gone.
+bool InterfaceDirectory::addOffers(
+    OfferingProvider& provider, const cppmicroservices::BundleContext& context,
+    const std::shared_ptr<ServiceProvider>& service, std::vector<ServiceInterface> interfaces) {
+    const std::lock_guard lock(mutex);
+    if (provider.gone || !provider.offers.empty()) {
+        return !provider.gone;
+    }
+    std::vector<std::shared_ptr<const Offer>> offers;
+    for (ServiceInterface& interface : interfaces) {
+        offers.push_back(std::make_shared<const Offer>(
+            Offer{++lastNumber, context, service, std::move(interface)}));
+    }
+    try {
+        for (const auto& offer : offers) {
+            entries[offer->description.name()].offers.push_back(offer);
+        }
+    } catch (...) {
+        removeOffers(offers);
+        throw;
+    }
+    provider.offers = std::move(offers);
+    return true;
+}
+
+void InterfaceDirectory::refuse(OfferingProvider& provider) noexcept {
+    const std::lock_guard lock(mutex);
+    provider.gone = true;
+    removeOffers(provider.offers);
+}
+
+void InterfaceDirectory::close(const OfferingProvider& provider) noexcept {
+    for (const auto& offer : provider.offers) {
+        closeWithdrawn(offer->description.name(), {offer->number, offer->number});
+    }
+}
+
+void InterfaceDirectory::removeOffers(
+    const std::vector<std::shared_ptr<const Offer>>& offers) noexcept {
+    for (const auto& offer : offers) {
+        const auto entry = entries.find(offer->description.name());
+        if (entry == entries.end()) {
+            continue;
+        }
+        std::erase(entry->second.offers, offer);
+        for (const auto& publication : entry->second.publications) {
+            if (publication->offerNumber == offer->number) {
+                publication->withdrawn = true;
             }
         }
-    }
-    for (const auto& provider : providers) {
-        for (const auto& offer : provider->offers) {
-            closeWithdrawn(offer->description.name(), {offer->number, offer->number});
-        }
+        eraseIfUnused(entry);
     }
 }
 
@@ -220,7 +241,7 @@ void InterfaceDirectory::publish(const std::string& name, Range offers) {
                 const std::lock_guard lock(mutex);
                 publication->withdrawn = true;
             }
-            publication->close();
+            closeWithdrawn(name, {publication->offerNumber, publication->offerNumber});
             throw;
         }
     }

@@ -11,15 +11,21 @@
 #include <list>
 #include <memory>
 #include <mutex>
-#include <span>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 namespace agent::orvi::core::detail {
 
-/// A registered provider. The directory's, under its lock.
+/// A registered provider.
 struct OfferingProvider {
+    /// Whether it could be taken in with the memory that there was.
+    enum class Taken { once, missed, again };
+
+    // The bridge's, under its lock:
+    Taken taken = Taken::once;
+
+    // The directory's, under its lock:
     std::vector<std::shared_ptr<const Offer>> offers;
     bool gone = false;
 };
@@ -42,13 +48,19 @@ public:
     /// Offer the interfaces of a provider and publish those that a configuration names, in the
     /// registry of `context`. Does nothing for a provider that is gone. One that the registry
     /// refuses is not reachable.
+    ///
+    /// @throws std::bad_alloc when memory runs out. What is missing then is made up for by the next
+    ///         call, which must not run at the same time.
     void provide(
         OfferingProvider& entry, const cppmicroservices::BundleContext& context,
         const std::shared_ptr<ServiceProvider>& provider, std::vector<ServiceInterface> interfaces);
 
-    /// End the offers of providers, which are gone from now on. None of their methods runs any more
-    /// when this returns; see CallGate::close.
-    void withdraw(std::span<const std::shared_ptr<OfferingProvider>> providers) noexcept;
+    /// End the offers of a provider, which is gone from now on.
+    void refuse(OfferingProvider& provider) noexcept;
+
+    /// Close what a refused provider has offered. None of its methods runs any more when this
+    /// returns; see CallGate::close.
+    void close(const OfferingProvider& provider) noexcept;
 
     /// Count one more configuration that names an interface and publish what is offered under that
     /// name. What the registry throws passes unchanged; the configuration does not count then.
@@ -79,6 +91,10 @@ private:
         std::uint64_t last = std::numeric_limits<std::uint64_t>::max();
     };
 
+    bool addOffers(
+        OfferingProvider& provider, const cppmicroservices::BundleContext& context,
+        const std::shared_ptr<ServiceProvider>& service, std::vector<ServiceInterface> interfaces);
+    void removeOffers(const std::vector<std::shared_ptr<const Offer>>& offers) noexcept;
     std::shared_ptr<Publication> addNextPublication(const std::string& name, Range offers);
     void publish(const std::string& name, Range offers);
     void showExports(const std::string& name);

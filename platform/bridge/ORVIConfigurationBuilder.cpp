@@ -1,6 +1,7 @@
 #include <orvi/frameworksetup/ORVIConfigurationBuilder.hpp>
 
 #include "bridge/ConfigurationEntry.hpp"
+#include "bridge/ProcessFramework.hpp"
 
 #include <algorithm>
 #include <stdexcept>
@@ -62,6 +63,7 @@ ORVIConfigurationBuilder& ORVIConfigurationBuilder::addServiceInterfaceToService
 }
 
 ORVIConfiguration ORVIConfigurationBuilder::build() const {
+    core::detail::ProcessFramework::ofProcess().seeMissedProviders();
     return ORVIConfiguration(std::make_unique<ConfigurationEntry>(
         core::detail::InterfaceDirectory::ofProcess(), *description));
 }

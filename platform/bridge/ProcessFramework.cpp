@@ -55,6 +55,17 @@ void ProcessFramework::set(std::shared_ptr<Framework> candidate) {
     start(lock, std::move(candidate));
 }
 
+void ProcessFramework::seeMissedProviders() {
+    std::shared_ptr<Bridge> present;
+    {
+        const std::lock_guard lock(mutex);
+        present = bridge;
+    }
+    if (present) {
+        present->seeMissed();
+    }
+}
+
 void ProcessFramework::awaitStart(std::unique_lock<std::mutex>& lock) {
     started.wait(lock, [this] { return !starter || starter == std::this_thread::get_id(); });
 }

@@ -32,6 +32,9 @@ public:
     std::shared_ptr<cppmicroservices::Framework> get();
     void set(std::shared_ptr<cppmicroservices::Framework> candidate);
 
+    /// See Bridge::seeMissed; does nothing while there is no framework.
+    void seeMissedProviders();
+
 private:
     void awaitStart(std::unique_lock<std::mutex>& lock);
     void start(
