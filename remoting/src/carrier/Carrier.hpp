@@ -57,7 +57,7 @@ struct StreamEnd {
 class StreamEvents {
 public:
     /// A frame has come, which was asked for with `Stream::receive`. It is valid during the call.
-    /// An exception ends the stream as a protocol error with its text.
+    /// An exception ends the stream; see endOfFailedEvent. The other events do not throw.
     virtual void received(google::protobuf::io::ZeroCopyInputStream& frame, std::size_t size) = 0;
 
     /// The frame that was given to `Stream::send` is on its way; the next one may follow.

@@ -1,10 +1,9 @@
 #include "grpc/ClientStream.hpp"
 
+#include "carrier/FailedEvents.hpp"
 #include "grpc/Frames.hpp"
 #include "grpc/StatusCodes.hpp"
 
-#include <exception>
-#include <new>
 #include <utility>
 
 namespace agent::orvi::remoting::details {
@@ -97,10 +96,8 @@ void ClientStream::messageRead(bool ok) {
     }
     try {
         deliver(*receiver, incoming);
-    } catch (const std::bad_alloc&) {
-        cancel({StreamEnd::Kind::limitExceeded, "The importer has no memory left."});
-    } catch (const std::exception& error) {
-        cancel({StreamEnd::Kind::protocolError, error.what()});
+    } catch (...) {
+        cancel(endOfFailedEvent());
     }
     incoming.Clear();
 }
@@ -126,7 +123,7 @@ void ClientStream::messageWritten(bool ok) {
     try {
         receiver->sent();
     } catch (...) {
-        cancel({StreamEnd::Kind::disconnected, "The importer has no memory left."});
+        cancel(endOfFailedEvent());
     }
 }
 

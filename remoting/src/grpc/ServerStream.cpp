@@ -1,10 +1,9 @@
 #include "grpc/ServerStream.hpp"
 
+#include "carrier/FailedEvents.hpp"
 #include "grpc/Frames.hpp"
 #include "grpc/StatusCodes.hpp"
 
-#include <exception>
-#include <new>
 #include <utility>
 
 namespace agent::orvi::remoting::details {
@@ -77,10 +76,8 @@ void ServerStream::messageRead(bool ok) {
     }
     try {
         deliver(*receiver, incoming);
-    } catch (const std::bad_alloc&) {
-        finish({StreamEnd::Kind::limitExceeded, "The endpoint has no memory left."});
-    } catch (const std::exception& error) {
-        finish({StreamEnd::Kind::protocolError, error.what()});
+    } catch (...) {
+        finish(endOfFailedEvent());
     }
     incoming.Clear();
 }
@@ -102,7 +99,7 @@ void ServerStream::messageWritten(bool ok) {
     try {
         receiver->sent();
     } catch (...) {
-        cancel({StreamEnd::Kind::disconnected, "The endpoint has no memory left."});
+        cancel(endOfFailedEvent());
     }
 }
 
