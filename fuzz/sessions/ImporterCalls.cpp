@@ -1,6 +1,6 @@
 #include "sessions/ImporterCalls.hpp"
 
-#include "sessions/ScriptedCarrier.hpp"
+#include "sessions/AnyEnd.hpp"
 #include "wire/AnyFrame.hpp"
 
 #include "Target.hpp"

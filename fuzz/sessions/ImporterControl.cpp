@@ -1,6 +1,6 @@
 #include "sessions/ImporterControl.hpp"
 
-#include "sessions/ScriptedCarrier.hpp"
+#include "sessions/AnyEnd.hpp"
 #include "wire/AnyFrame.hpp"
 
 #include "Target.hpp"

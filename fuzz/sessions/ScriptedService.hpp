@@ -2,7 +2,7 @@
 
 #include "Input.hpp"
 
-#include "sessions/ScriptedCarrier.hpp"
+#include "sessions/AnyEnd.hpp"
 
 #include <orvi/core/Invokable.hpp>
 

@@ -1,17 +1,28 @@
-#include "sessions/ScriptedCarrier.hpp"
+#include "remoting/carrier/ScriptedCarrier.hpp"
 
-#include "Target.hpp"
-
+#include "carrier/FailedEvents.hpp"
 #include "remoting/wire/SlicedInput.hpp"
 #include "wire/FrameLimits.hpp"
 
 #include <orvi/remoting/Errors.hpp>
 
+#include <cstdlib>
+#include <iostream>
+#include <new>
 #include <utility>
 
-namespace agent::orvi::fuzz {
+namespace agent::orvi::remoting::details::test {
+namespace {
 
-using namespace remoting::details;
+/// A carrier's user that breaks its promises ends the program: nothing that follows means anything.
+void require(bool holds, const char* what) {
+    if (!holds) {
+        std::cerr << "Does not hold: " << what << std::endl;
+        std::abort();
+    }
+}
+
+} // namespace
 
 void ScriptedStream::send(OutgoingFrame frame) {
     if (ending) {
@@ -21,9 +32,10 @@ void ScriptedStream::send(OutgoingFrame frame) {
     require(
         frame.head.size() + frame.data.size <= maximumFrameSize,
         "a frame is not longer than allowed");
+    const std::string bytes = frame.head + std::string(frame.data.data, frame.data.size);
     sending = true;
     if (whenSent) {
-        whenSent(frame.head + std::string(frame.data.data, frame.data.size));
+        whenSent(bytes);
     }
 }
 
@@ -56,16 +68,18 @@ bool ScriptedStream::deliver(const std::string& frame, std::size_t sliceSize) {
     }
     listening = false;
     const auto receiver = events;
-    test::SlicedInput source(frame, sliceSize);
     try {
+        SlicedInput source(frame, sliceSize);
         receiver->received(source, frame.size());
-    } catch (const remoting::ProtocolError& error) {
-        lose({StreamEnd::Kind::protocolError, error.what()});
+    } catch (const ProtocolError&) {
+        lose(endOfFailedEvent());
+    } catch (const std::bad_alloc&) {
+        lose(endOfFailedEvent());
     }
     return true;
 }
 
-bool ScriptedStream::acknowledge() {
+bool ScriptedStream::acknowledge() noexcept {
     if (!sending) {
         return false;
     }
@@ -77,7 +91,7 @@ bool ScriptedStream::acknowledge() {
     return true;
 }
 
-bool ScriptedStream::conclude() {
+bool ScriptedStream::conclude() noexcept {
     if (!ending || over) {
         return false;
     }
@@ -140,8 +154,4 @@ bool ScriptedConnection::settle() {
     return false;
 }
 
-StreamEnd anyEnd(Input& input) {
-    return {static_cast<StreamEnd::Kind>(input.below(8)), input.text(20)};
-}
-
-} // namespace agent::orvi::fuzz
+} // namespace agent::orvi::remoting::details::test

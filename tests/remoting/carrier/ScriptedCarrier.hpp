@@ -1,7 +1,5 @@
 #pragma once
 
-#include "Input.hpp"
-
 #include "carrier/Carrier.hpp"
 
 #include <deque>
@@ -12,28 +10,26 @@
 #include <vector>
 
 /// A carrier without threads and without a network: what happens, and when, a script says.
-namespace agent::orvi::fuzz {
+namespace agent::orvi::remoting::details::test {
 
 /// One side of a stream; the script is the other side and all that lies between.
 ///
 /// It keeps the promises of a carrier: events come one at a time and only when they were asked for,
-/// the end is the last. It requires that its user keeps the promises of one: one frame to send and
-/// one to receive at a time, frames that are not too long.
-class ScriptedStream final : public remoting::details::Stream {
+/// the end is the last. What `received` throws for its documented reasons ends the stream; anything
+/// else that an event throws ends the program, as it does with a real carrier. It requires that its
+/// user keeps the promises of one: one frame to send and one to receive at a time, frames that are
+/// not too long.
+class ScriptedStream final : public Stream {
 public:
-    using StreamEnd = remoting::details::StreamEnd;
-
-    explicit ScriptedStream(std::shared_ptr<remoting::details::StreamEvents> events)
+    explicit ScriptedStream(std::shared_ptr<StreamEvents> events)
         : events(std::move(events)) {}
 
     /// A stream whose events are known later.
     ScriptedStream() = default;
 
-    void follow(std::shared_ptr<remoting::details::StreamEvents> receiver) {
-        events = std::move(receiver);
-    }
+    void follow(std::shared_ptr<StreamEvents> receiver) { events = std::move(receiver); }
 
-    void send(remoting::details::OutgoingFrame frame) override;
+    void send(OutgoingFrame frame) override;
     void receive() override;
     void finish(const StreamEnd& end) override;
     void cancel(const StreamEnd& end) override;
@@ -44,10 +40,10 @@ public:
     bool deliver(const std::string& frame, std::size_t sliceSize);
 
     /// Let the frame that is being sent be on its way.
-    bool acknowledge();
+    bool acknowledge() noexcept;
 
     /// Let a stream that somebody has ended be over.
-    bool conclude();
+    bool conclude() noexcept;
 
     /// End the stream from outside.
     void lose(const StreamEnd& end);
@@ -64,7 +60,7 @@ public:
     std::function<void(const std::string& frame)> whenSent;
 
 private:
-    std::shared_ptr<remoting::details::StreamEvents> events;
+    std::shared_ptr<StreamEvents> events;
     bool listening = false;
     bool sending = false;
     std::optional<StreamEnd> ending;
@@ -72,7 +68,7 @@ private:
 };
 
 /// Runs tasks when the script says so.
-class ScriptedExecutor final : public remoting::details::Executor {
+class ScriptedExecutor final : public Executor {
 public:
     /// Does something else of what the script holds.
     ///
@@ -85,9 +81,9 @@ public:
 
     /// Follow the script until the wait is over. One without a time limit must be over before the
     /// script has nothing left, unless the importer is closed.
-    bool wait(remoting::details::Wait& wait, std::optional<TimePoint> timeLimit) override;
+    bool wait(Wait& wait, std::optional<TimePoint> timeLimit) override;
 
-    void finish(remoting::details::Wait& wait) override { setOver(wait); }
+    void finish(Wait& wait) override { setOver(wait); }
 
     /// Run the task that has waited longest.
     bool runNext();
@@ -101,13 +97,11 @@ private:
 };
 
 /// A connection whose streams the script handles.
-class ScriptedConnection final : public remoting::details::Connection {
+class ScriptedConnection final : public Connection {
 public:
-    std::shared_ptr<remoting::details::Stream> open(
-        remoting::details::StreamKind kind,
-        std::shared_ptr<remoting::details::StreamEvents> events) override;
+    std::shared_ptr<Stream> open(StreamKind kind, std::shared_ptr<StreamEvents> events) override;
 
-    void close(const remoting::details::StreamEnd& end) override;
+    void close(const StreamEnd& end) override;
 
     /// Do what is left to be done by itself: frames leave, streams end.
     bool settle();
@@ -119,10 +113,7 @@ public:
     std::function<void(ScriptedStream& stream)> whenOpened;
 
 private:
-    std::optional<remoting::details::StreamEnd> closing;
+    std::optional<StreamEnd> closing;
 };
 
-/// Return a reason for which a stream may end by itself.
-remoting::details::StreamEnd anyEnd(Input& input);
-
-} // namespace agent::orvi::fuzz
+} // namespace agent::orvi::remoting::details::test
