@@ -32,29 +32,51 @@ ProtocolError malformed() {
     return ProtocolError("A frame is malformed.");
 }
 
+/// Return the part of a frame that a field holds.
+///
+/// The generated accessors that make a part leave the frame with one that is not there when there
+/// is no memory for it.
+template <class Body>
+google::protobuf::Message*
+bodyOf(v1::Frame& frame, bool isThere, void (v1::Frame::*give)(Body*), Body* (v1::Frame::*get)()) {
+    if (!isThere) {
+        (frame.*give)(new Body);
+    }
+    return (frame.*get)();
+}
+
 /// Return the part of a frame that a field holds, null for fields of later versions.
 google::protobuf::Message* bodyOf(v1::Frame& frame, int field) {
+    using v1::Frame;
     switch (field) {
-    case v1::Frame::kHelloFieldNumber:
-        return frame.mutable_hello();
-    case v1::Frame::kWantFieldNumber:
-        return frame.mutable_want();
-    case v1::Frame::kUnwantFieldNumber:
-        return frame.mutable_unwant();
-    case v1::Frame::kOfferFieldNumber:
-        return frame.mutable_offer();
-    case v1::Frame::kWithdrawalFieldNumber:
-        return frame.mutable_withdrawal();
-    case v1::Frame::kSettledFieldNumber:
-        return frame.mutable_settled();
-    case v1::Frame::kRequestFieldNumber:
-        return frame.mutable_request();
-    case v1::Frame::kAnswerFieldNumber:
-        return frame.mutable_answer();
-    case v1::Frame::kFailureFieldNumber:
-        return frame.mutable_failure();
-    case v1::Frame::kAbandonFieldNumber:
-        return frame.mutable_abandon();
+    case Frame::kHelloFieldNumber:
+        return bodyOf(frame, frame.has_hello(), &Frame::set_allocated_hello, &Frame::mutable_hello);
+    case Frame::kWantFieldNumber:
+        return bodyOf(frame, frame.has_want(), &Frame::set_allocated_want, &Frame::mutable_want);
+    case Frame::kUnwantFieldNumber:
+        return bodyOf(
+            frame, frame.has_unwant(), &Frame::set_allocated_unwant, &Frame::mutable_unwant);
+    case Frame::kOfferFieldNumber:
+        return bodyOf(frame, frame.has_offer(), &Frame::set_allocated_offer, &Frame::mutable_offer);
+    case Frame::kWithdrawalFieldNumber:
+        return bodyOf(
+            frame, frame.has_withdrawal(), &Frame::set_allocated_withdrawal,
+            &Frame::mutable_withdrawal);
+    case Frame::kSettledFieldNumber:
+        return bodyOf(
+            frame, frame.has_settled(), &Frame::set_allocated_settled, &Frame::mutable_settled);
+    case Frame::kRequestFieldNumber:
+        return bodyOf(
+            frame, frame.has_request(), &Frame::set_allocated_request, &Frame::mutable_request);
+    case Frame::kAnswerFieldNumber:
+        return bodyOf(
+            frame, frame.has_answer(), &Frame::set_allocated_answer, &Frame::mutable_answer);
+    case Frame::kFailureFieldNumber:
+        return bodyOf(
+            frame, frame.has_failure(), &Frame::set_allocated_failure, &Frame::mutable_failure);
+    case Frame::kAbandonFieldNumber:
+        return bodyOf(
+            frame, frame.has_abandon(), &Frame::set_allocated_abandon, &Frame::mutable_abandon);
     default:
         return nullptr;
     }
