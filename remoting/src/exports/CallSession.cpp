@@ -1,5 +1,6 @@
 #include "exports/CallSession.hpp"
 
+#include "carrier/FailedEvents.hpp"
 #include "wire/FrameLimits.hpp"
 
 #include <orvi/core/InvocationErrors.hpp>
@@ -46,7 +47,11 @@ public:
     /// Nobody has answered: the caller learns it as a local one does.
     ~RunningCall() override {
         if (!responded) {
-            fail(std::make_exception_ptr(std::future_error(std::future_errc::broken_promise)));
+            try {
+                throw std::future_error(std::future_errc::broken_promise);
+            } catch (...) {
+                fail(std::current_exception());
+            }
         }
     }
 
@@ -74,8 +79,7 @@ public:
         try {
             session->respond(OutgoingMessage::failure(error), *this);
         } catch (...) {
-            session->stream->cancel(
-                {StreamEnd::Kind::disconnected, "The endpoint has no memory left."});
+            session->stream->cancel(outOfMemory());
         }
     }
 
@@ -323,7 +327,15 @@ void CallSession::sent() {
     sendNext();
 }
 
-void CallSession::sendNext() {
+void CallSession::sendNext() noexcept {
+    try {
+        trySendNext();
+    } catch (...) {
+        stream->cancel(outOfMemory());
+    }
+}
+
+void CallSession::trySendNext() {
     const std::lock_guard lock(mutex);
     if (gone) {
         outgoing.reset();

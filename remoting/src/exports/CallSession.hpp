@@ -71,7 +71,8 @@ private:
     void invoke(RunningCall& call) noexcept;
     void respond(OutgoingMessage message, const RunningCall& call);
     void reply(OutgoingMessage message);
-    void sendNext();
+    void sendNext() noexcept;
+    void trySendNext();
     bool isAwaited(const RunningCall& call);
 
     const std::shared_ptr<Stream> stream;

@@ -1,5 +1,6 @@
 #include "exports/ControlSession.hpp"
 
+#include "carrier/FailedEvents.hpp"
 #include "wire/FrameCodec.hpp"
 #include "wire/FrameLimits.hpp"
 #include "wire/InterfaceCodec.hpp"
@@ -8,6 +9,7 @@
 #include <orvi/remoting/Errors.hpp>
 
 #include <exception>
+#include <new>
 #include <utility>
 
 namespace agent::orvi::remoting::details {
@@ -30,6 +32,16 @@ ControlSession::ControlSession(
     , maximumWants(maximumWants)
     , executor(executor) {}
 
+/// Do something, or end the stream: a peer that has missed some of the news must begin again.
+template <class Action>
+void ControlSession::orEnd(const Action& action) noexcept {
+    try {
+        action();
+    } catch (...) {
+        stream->cancel(outOfMemory());
+    }
+}
+
 void ControlSession::received(google::protobuf::io::ZeroCopyInputStream& input, std::size_t size) {
     auto frame = std::make_shared<v1::Frame>();
     FrameReader(input, size).readHead(*frame);
@@ -39,14 +51,16 @@ void ControlSession::received(google::protobuf::io::ZeroCopyInputStream& input, 
     }
     // Looking through many services takes time. The next frame waits for that.
     executor.postBrief([self = shared_from_this(), frame] {
-        try {
-            self->handle(*frame);
-            self->listen();
-        } catch (const LimitExceeded& error) {
-            self->stream->finish({StreamEnd::Kind::limitExceeded, error.what()});
-        } catch (const std::exception& error) {
-            self->stream->finish({StreamEnd::Kind::protocolError, error.what()});
-        }
+        self->orEnd([&] {
+            try {
+                self->handle(*frame);
+                self->listen();
+            } catch (const LimitExceeded& error) {
+                self->stream->finish({StreamEnd::Kind::limitExceeded, error.what()});
+            } catch (...) {
+                self->stream->finish(endOfFailedEvent());
+            }
+        });
     });
 }
 
@@ -132,23 +146,29 @@ void ControlSession::withdrawn(std::uint64_t service, bool unwanted) {
 
 /// Take note of something to be sent. It is sent later, because the table may tell it with its own
 /// lock held.
-void ControlSession::tell(const News::Item& item) {
-    const std::lock_guard lock(mutex);
-    if (!over) {
-        news.add(item);
-        if (!sending) {
-            sending = true;
-            executor.postBrief([self = shared_from_this()] { self->sendNext(); });
+void ControlSession::tell(const News::Item& item) noexcept {
+    orEnd([&] {
+        const std::lock_guard lock(mutex);
+        if (!over) {
+            news.add(item);
+            if (!sending) {
+                sending = true;
+                executor.postBrief([self = shared_from_this()] { self->sendNext(); });
+            }
         }
-    }
+    });
 }
 
 void ControlSession::sent() {
-    executor.postBrief([self = shared_from_this()] { self->sendNext(); });
+    orEnd([this] { executor.postBrief([self = shared_from_this()] { self->sendNext(); }); });
 }
 
 /// Send the next piece of news that is still worth sending.
-void ControlSession::sendNext() {
+void ControlSession::sendNext() noexcept {
+    orEnd([this] { trySendNext(); });
+}
+
+void ControlSession::trySendNext() {
     for (;;) {
         News::Item next;
         bool listenAgain = false;
@@ -203,6 +223,8 @@ bool ControlSession::encode(const News::Item& item, OutgoingFrame& outgoing) {
             *offer.mutable_interface() = encodeInterface(service->service->serviceInterface());
             encodeProperties(offer, service->properties);
             outgoing = encodeFrame(frame);
+        } catch (const std::bad_alloc&) {
+            throw;
         } catch (const std::exception&) {
             return false; // a service that cannot be described in a frame cannot be offered
         }

@@ -44,8 +44,11 @@ private:
     void handle(const v1::Frame& frame);
     void want(const v1::Want& want);
     void listen();
-    void tell(const News::Item& item);
-    void sendNext();
+    void tell(const News::Item& item) noexcept;
+    void sendNext() noexcept;
+    void trySendNext();
+    template <class Action>
+    void orEnd(const Action& action) noexcept;
     bool encode(const News::Item& item, OutgoingFrame& frame);
 
     const std::shared_ptr<Stream> stream;

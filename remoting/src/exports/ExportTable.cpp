@@ -4,6 +4,8 @@
 #include <cppmicroservices/ServiceEvent.h>
 
 #include <algorithm>
+#include <new>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -88,10 +90,31 @@ void ExportTable::follow() {
     token = context.AddServiceListener(
         [self = shared_from_this()](const ServiceEvent& event) { self->serviceChanged(event); },
         exportableFilter());
+    list(false);
+}
+
+void ExportTable::list(bool replace) {
     const Adding listing(*this);
     for (const auto& reference :
          context.GetServiceReferences<core::Invokable>(exportableFilter())) {
-        add(reference, false);
+        add(reference, replace);
+    }
+}
+
+/// List services again that have come when there was no memory for them.
+void ExportTable::listMissed() {
+    {
+        const std::lock_guard lock(mutex);
+        if (!std::exchange(missed, false)) {
+            return;
+        }
+    }
+    try {
+        list(true);
+    } catch (...) {
+        const std::lock_guard lock(mutex);
+        missed = true;
+        throw;
     }
 }
 
@@ -111,14 +134,19 @@ void ExportTable::close() noexcept {
 void ExportTable::serviceChanged(const ServiceEvent& event) {
     switch (event.GetType()) {
     case ServiceEvent::SERVICE_REGISTERED:
-        add(event.GetServiceReference(), false);
-        break;
     case ServiceEvent::SERVICE_MODIFIED:
-        add(event.GetServiceReference(), true);
+        try {
+            add(event.GetServiceReference(), event.GetType() == ServiceEvent::SERVICE_MODIFIED);
+        } catch (const std::bad_alloc&) {
+            // Whoever looks for something next makes up for it.
+            const std::lock_guard lock(mutex);
+            missed = true;
+            throw;
+        }
         break;
     case ServiceEvent::SERVICE_UNREGISTERING:
     case ServiceEvent::SERVICE_MODIFIED_ENDMATCH:
-        remove(numberOf(event.GetServiceReference()));
+        remove(event.GetServiceReference());
         break;
     default:
         break;
@@ -145,8 +173,8 @@ void ExportTable::add(const ServiceReferenceBase& reference, bool replace) {
     properties.emplace_back(
         "endpoint.framework.uuid",
         context.GetProperty(cppmicroservices::Constants::FRAMEWORK_UUID));
-    const auto exported =
-        std::make_shared<ExportedService>(number, service, std::move(properties), executor);
+    const auto exported = std::make_shared<ExportedService>(
+        reference, number, service, std::move(properties), executor);
     const std::lock_guard lock(mutex);
     if (closed || goneMeanwhile.contains(number) || (!replace && services.contains(number))) {
         return;
@@ -155,12 +183,27 @@ void ExportTable::add(const ServiceReferenceBase& reference, bool replace) {
     insert(exported);
 }
 
-void ExportTable::remove(std::uint64_t number) {
-    const std::lock_guard lock(mutex);
-    if (adding > 0) {
-        goneMeanwhile.insert(number);
+void ExportTable::remove(const ServiceReferenceBase& reference) {
+    std::optional<std::uint64_t> number;
+    try {
+        number = numberOf(reference);
+    } catch (const std::bad_alloc&) {
+        // It is gone all the same.
     }
-    erase(number);
+    const std::lock_guard lock(mutex);
+    if (!number) {
+        const auto found = std::find_if(services.begin(), services.end(), [&](const auto& entry) {
+            return entry.second->reference == reference;
+        });
+        if (found != services.end()) {
+            erase(found->first);
+        }
+        return;
+    }
+    erase(*number);
+    if (adding > 0) {
+        goneMeanwhile.insert(*number);
+    }
 }
 
 std::shared_ptr<const ExportedService> ExportTable::find(std::uint64_t number) const {
@@ -175,9 +218,14 @@ std::shared_ptr<ExportedService> ExportTable::find(std::uint64_t number) {
 
 void ExportTable::insert(const std::shared_ptr<ExportedService>& service) {
     services.emplace(service->number, service);
-    numbersByName.emplace(service->name, service->number);
-    for (const auto& want : wantsFor(*service)) {
-        offer(*want, *service);
+    try {
+        numbersByName.emplace(service->name, service->number);
+        for (const auto& want : wantsFor(*service)) {
+            offer(*want, *service);
+        }
+    } catch (...) {
+        erase(service->number);
+        throw;
     }
 }
 
@@ -187,8 +235,11 @@ void ExportTable::erase(std::uint64_t number) {
         return;
     }
     const auto [first, last] = numbersByName.equal_range(found->second->name);
-    numbersByName.erase(
-        std::find_if(first, last, [&](const auto& entry) { return entry.second == number; }));
+    const auto named =
+        std::find_if(first, last, [&](const auto& entry) { return entry.second == number; });
+    if (named != last) {
+        numbersByName.erase(named);
+    }
     services.erase(found);
     for (auto& [audience, listener] : listeners) {
         if (listener.offered.erase(number) > 0) {
@@ -198,6 +249,7 @@ void ExportTable::erase(std::uint64_t number) {
 }
 
 void ExportTable::want(Audience& audience, std::uint64_t number, const std::string& filter) {
+    listMissed();
     const auto want = std::make_shared<const Want>(
         Want{&audience, cppmicroservices::LDAPFilter(filter), demandedName(filter)});
     const std::lock_guard lock(mutex);
@@ -272,6 +324,9 @@ void ExportTable::forget(const std::shared_ptr<const Want>& want) {
         return;
     }
     const auto named = wantsByName.find(*want->name);
+    if (named == wantsByName.end()) {
+        return; // there was no memory for it
+    }
     named->second.erase(want);
     if (named->second.empty()) {
         wantsByName.erase(named);

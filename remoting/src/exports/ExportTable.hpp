@@ -92,9 +92,11 @@ private:
     using Wants = std::unordered_set<std::shared_ptr<const Want>>;
 
     void follow();
+    void list(bool replace);
+    void listMissed();
     void serviceChanged(const cppmicroservices::ServiceEvent& event);
     void add(const cppmicroservices::ServiceReferenceBase& reference, bool replace);
-    void remove(std::uint64_t number);
+    void remove(const cppmicroservices::ServiceReferenceBase& reference);
     void insert(const std::shared_ptr<ExportedService>& service);
     void erase(std::uint64_t number);
     Wants wantsFor(const ExportedService& service) const;
@@ -108,6 +110,7 @@ private:
 
     mutable std::mutex mutex;
     bool closed = false;
+    bool missed = false; // a service, for want of memory
     std::size_t adding = 0;
     std::unordered_set<std::uint64_t> goneMeanwhile;
     std::unordered_map<std::uint64_t, std::shared_ptr<ExportedService>> services;

@@ -26,9 +26,11 @@ std::string lookUpName(const Properties& properties, const core::Invokable& serv
 } // namespace
 
 ExportedService::ExportedService(
-    std::uint64_t number, std::shared_ptr<core::Invokable> service, Properties properties,
+    cppmicroservices::ServiceReferenceBase reference, std::uint64_t number,
+    std::shared_ptr<core::Invokable> service, Properties properties,
     const std::weak_ptr<Executor>& executor)
-    : number(number)
+    : reference(std::move(reference))
+    , number(number)
     , name(lookUpName(properties, *service))
     , service(std::move(service))
     , properties(std::move(properties))

@@ -7,6 +7,7 @@
 #include <orvi/core/Invokable.hpp>
 
 #include <cppmicroservices/AnyMap.h>
+#include <cppmicroservices/ServiceReferenceBase.h>
 
 #include <cstdint>
 #include <memory>
@@ -20,9 +21,11 @@ namespace agent::orvi::remoting::details {
 /// Thread safety: thread-safe.
 struct ExportedService {
     ExportedService(
-        std::uint64_t number, std::shared_ptr<core::Invokable> service, Properties properties,
-        const std::weak_ptr<Executor>& executor);
+        cppmicroservices::ServiceReferenceBase reference, std::uint64_t number,
+        std::shared_ptr<core::Invokable> service, Properties properties,
+    const std::weak_ptr<Executor>& executor);
 
+    const cppmicroservices::ServiceReferenceBase reference;
     const std::uint64_t number;
     const std::string name;
     const std::shared_ptr<core::Invokable> service;
