@@ -23,7 +23,7 @@ struct ExportedService {
     ExportedService(
         cppmicroservices::ServiceReferenceBase reference, std::uint64_t number,
         std::shared_ptr<core::Invokable> service, Properties properties,
-    const std::weak_ptr<Executor>& executor);
+        const std::weak_ptr<Executor>& executor);
 
     const cppmicroservices::ServiceReferenceBase reference;
     const std::uint64_t number;

@@ -1,5 +1,6 @@
 #include "imports/ClientSession.hpp"
 
+#include "carrier/FailedEvents.hpp"
 #include "imports/StreamErrors.hpp"
 #include "wire/ErrorCodec.hpp"
 #include "wire/FrameLimits.hpp"
@@ -52,20 +53,22 @@ core::GenericPayload ClientSession::call(
     OutgoingMessage request = OutgoingMessage::request(method, withoutAnswer, std::move(arguments));
     const std::lock_guard oneCall(calls);
     Wait waiting;
+    bool inTime = false;
     try {
         begin(std::move(request), bytesAsked, withoutAnswer, waiting);
+        inTime = executor->wait(waiting, end);
     } catch (...) {
-        forgetCall();
+        // A new stream would have its own position on the device, which the caller cannot know.
+        giveUp(waiting, StreamEnd::Kind::disconnected);
+        const std::lock_guard lock(mutex);
+        endCall();
         throw;
     }
-    const bool inTime = executor->wait(waiting, end);
     if (!inTime) {
-        giveUp(waiting);
+        giveUp(waiting, StreamEnd::Kind::cancelled);
     }
     const std::lock_guard lock(mutex);
-    wait = nullptr;
-    phase = Phase::idle;
-    outgoing.reset();
+    endCall();
     if (!inTime && end && std::chrono::system_clock::now() >= *end) {
         throw TimeLimitExceeded("Peer " + peer + " has not answered in time.");
     }
@@ -106,21 +109,6 @@ void ClientSession::begin(
     }
 }
 
-/// The call could not begin. What has been sent of it, if anything, makes no sense to the peer.
-void ClientSession::forgetCall() noexcept {
-    std::shared_ptr<Stream> hopeless;
-    {
-        const std::lock_guard lock(mutex);
-        wait = nullptr;
-        phase = Phase::idle;
-        outgoing.reset();
-        hopeless = stream;
-    }
-    if (hopeless) {
-        hopeless->cancel({StreamEnd::Kind::disconnected, "The importer has no memory left."});
-    }
-}
-
 void ClientSession::openStream() {
     {
         const std::lock_guard lock(mutex);
@@ -138,16 +126,28 @@ void ClientSession::openStream() {
 }
 
 /// The caller waits no longer: without the answer the stream is of no use.
-void ClientSession::giveUp(Wait& waiting) {
+void ClientSession::giveUp(Wait& waiting, StreamEnd::Kind kind) noexcept {
     std::shared_ptr<Stream> hopeless;
     {
         const std::lock_guard lock(mutex);
         hopeless = stream;
     }
-    if (hopeless) {
-        hopeless->cancel({StreamEnd::Kind::cancelled, "The caller's time limit has passed."});
-        executor->wait(waiting, std::nullopt);
+    if (!hopeless) {
+        return;
     }
+    try {
+        hopeless->cancel({kind, {}});
+        executor->wait(waiting, std::nullopt);
+    } catch (...) {
+        // It ends without anybody waiting for it.
+    }
+}
+
+/// Nobody waits for the outcome of a call any more. Under the lock.
+void ClientSession::endCall() noexcept {
+    wait = nullptr;
+    phase = Phase::idle;
+    outgoing.reset();
 }
 
 void ClientSession::sendNext() {
@@ -187,7 +187,22 @@ void ClientSession::sent() {
             return;
         }
     }
-    sendNext();
+    try {
+        sendNext();
+    } catch (...) {
+        cancel(outOfMemory());
+    }
+}
+
+void ClientSession::cancel(const StreamEnd& end) {
+    std::shared_ptr<Stream> open;
+    {
+        const std::lock_guard lock(mutex);
+        open = stream;
+    }
+    if (open) {
+        open->cancel(end);
+    }
 }
 
 void ClientSession::received(google::protobuf::io::ZeroCopyInputStream& input, std::size_t size) {
@@ -323,14 +338,7 @@ void ClientSession::ended(const StreamEnd& end) {
 }
 
 void ClientSession::close() {
-    std::shared_ptr<Stream> open;
-    {
-        const std::lock_guard lock(mutex);
-        open = stream;
-    }
-    if (open) {
-        open->cancel({StreamEnd::Kind::cancelled, "The client is gone."});
-    }
+    cancel({StreamEnd::Kind::cancelled, {}});
 }
 
 bool ClientSession::isUsable() {

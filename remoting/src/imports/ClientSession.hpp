@@ -62,8 +62,9 @@ private:
 
     void begin(OutgoingMessage request, std::uint64_t bytesAsked, bool withoutAnswer, Wait& wait);
     void openStream();
-    void giveUp(Wait& wait);
-    void forgetCall() noexcept;
+    void giveUp(Wait& wait, StreamEnd::Kind kind) noexcept;
+    void endCall() noexcept;
+    void cancel(const StreamEnd& end);
     void sendNext();
     void greeted(const v1::Hello& hello);
     void answered(const v1::Answer& answer, FrameReader& reader);

@@ -1,5 +1,6 @@
 #include "imports/PeerLink.hpp"
 
+#include "carrier/FailedEvents.hpp"
 #include "wire/FrameCodec.hpp"
 #include "wire/FrameLimits.hpp"
 
@@ -40,12 +41,35 @@ void PeerLink::open() {
             return;
         }
         stream = std::move(opened);
+        if (incomplete) {
+            stream->cancel(outOfMemory());
+            return;
+        }
         stream->receive();
     }
     sendNext();
 }
 
-void PeerLink::change(const Wants::Want& want, bool wanted) {
+void PeerLink::change(const Wants::Want& want, bool wanted) noexcept {
+    orEnd([&] { tell(want, wanted); });
+}
+
+/// Do something, or end the stream: a peer that has not heard everything must be told from the
+/// beginning.
+template <class Action>
+void PeerLink::orEnd(const Action& action) noexcept {
+    try {
+        action();
+    } catch (...) {
+        const std::lock_guard lock(mutex);
+        incomplete = true;
+        if (stream) {
+            stream->cancel(outOfMemory());
+        }
+    }
+}
+
+void PeerLink::tell(const Wants::Want& want, bool wanted) {
     v1::Frame change;
     {
         const std::lock_guard lock(mutex);
@@ -82,7 +106,7 @@ void PeerLink::sent() {
         const std::lock_guard lock(mutex);
         sending = false;
     }
-    sendNext();
+    orEnd([this] { sendNext(); });
 }
 
 void PeerLink::received(google::protobuf::io::ZeroCopyInputStream& input, std::size_t size) {

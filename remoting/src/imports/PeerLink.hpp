@@ -43,8 +43,9 @@ public:
     /// Open the stream. `lost` is the last that is heard.
     void open();
 
-    /// Tell the peer that a filter is looked with, or no more.
-    void change(const Wants::Want& want, bool wanted);
+    /// Tell the peer that a filter is looked with, or no more. The link is lost when there is no
+    /// memory for that.
+    void change(const Wants::Want& want, bool wanted) noexcept;
 
     /// One piece of news has been dealt with. While many have not, no more are read.
     void digested();
@@ -67,7 +68,9 @@ public:
 
 private:
     void greeted(const v1::Hello& hello);
-    void enqueue(v1::Frame frame);
+    void tell(const Wants::Want& want, bool wanted);
+    template <class Action>
+    void orEnd(const Action& action) noexcept;
     void sendNext();
 
     const std::shared_ptr<Connection> peerConnection;
@@ -89,6 +92,7 @@ private:
     bool deaf = false;  // until there are fewer of them
     bool ready = false; // the peer has greeted
     bool over = false;
+    bool incomplete = false; // the peer has not heard everything
     std::set<std::uint64_t> unsettled;
 };
 

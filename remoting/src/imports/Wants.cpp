@@ -32,18 +32,36 @@ void Wants::Added(const std::vector<ListenerInfo>& listeners) {
     const std::lock_guard lock(mutex);
     for (const ListenerInfo& listener : listeners) {
         const std::string filter = listener.GetFilter();
-        if (listener.IsRemoved() || !mayBeRemote(filter) ||
-            !filters.emplace(listener, filter).second) {
+        if (listener.IsRemoved() || !mayBeRemote(filter)) {
             continue;
         }
-        const auto [entry, isNew] = wanted.try_emplace(
-            filter, Wanted{lastNumber + 1, 0, cppmicroservices::LDAPFilter(filter)});
-        ++entry->second.listeners;
-        if (isNew) {
-            ++lastNumber;
-            changed({entry->second.number, filter}, true);
+        const auto [known, added] = filters.emplace(listener, filter);
+        if (!added) {
+            continue;
+        }
+        try {
+            add(filter);
+        } catch (...) {
+            filters.erase(known);
+            throw;
         }
     }
+}
+
+/// Count one more listener with a filter, or change nothing.
+void Wants::add(const std::string& filter) {
+    const auto [entry, isNew] =
+        wanted.try_emplace(filter, Wanted{lastNumber + 1, 0, cppmicroservices::LDAPFilter(filter)});
+    if (isNew) {
+        try {
+            changed({lastNumber + 1, filter}, true);
+        } catch (...) {
+            wanted.erase(entry);
+            throw;
+        }
+        ++lastNumber;
+    }
+    ++entry->second.listeners;
 }
 
 void Wants::Removed(const std::vector<ListenerInfo>& listeners) {

@@ -50,6 +50,8 @@ private:
         cppmicroservices::LDAPFilter filter;
     };
 
+    void add(const std::string& filter);
+
     const Changed changed;
 
     mutable std::mutex mutex;

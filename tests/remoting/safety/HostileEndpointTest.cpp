@@ -1,7 +1,7 @@
+#include "allocations/ProcessAllocations.hpp"
 #include "remoting/discovery/DescriptorGuard.hpp"
 #include "remoting/discovery/TemporaryDirectory.hpp"
 #include "remoting/discovery/Waiting.hpp"
-#include "allocations/ProcessAllocations.hpp"
 #include "remoting/safety/RawEndpoint.hpp"
 
 #include "streambuf/StreamBuffer.hpp"

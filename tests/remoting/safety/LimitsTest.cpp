@@ -1,6 +1,6 @@
+#include "allocations/ProcessAllocations.hpp"
 #include "remoting/safety/EndpointTest.hpp"
 #include "remoting/safety/GatedDevice.hpp"
-#include "allocations/ProcessAllocations.hpp"
 
 #include <limits>
 #include <vector>
