@@ -96,6 +96,9 @@ public:
             });
         // What they report finds both of them there.
         housekeeper.runAndWait([&] { lookForPeers(options); });
+        // What a handler posts is queued when it ends, which is after others hear of its end: what
+        // is posted from here on comes behind the look into the directory.
+        housekeeper.runAndWait([] {});
     }
 
     void close() noexcept {

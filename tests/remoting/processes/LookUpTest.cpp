@@ -130,6 +130,16 @@ TEST_F(RemoteLookUp, IsNotLostWhileProcessesDieAndComeBack) {
     }
 }
 
+TEST_F(RemoteLookUp, KnowsWhoIsThereFromTheBeginning) {
+    publisher.ask("open-endpoint" + where());
+    for (int round = 0; round < 50; ++round) {
+        Importer importer(importing());
+        ASSERT_TRUE(importer.waitUntilSettled(errorTime));
+        ASSERT_EQ(importer.peers().size(), 1u) << round;
+        EXPECT_EQ(importer.peers().at(0).state, PeerStatus::State::connected);
+    }
+}
+
 TEST_F(RemoteLookUp, LeavesEachEndpointToTheDirectoryItIsIn) {
     const TemporaryDirectory elsewhere;
     publisher.ask("open-endpoint directory=" + elsewhere.path.string());
