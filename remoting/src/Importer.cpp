@@ -42,6 +42,9 @@ constexpr std::chrono::milliseconds threadEndTime{500};
 constexpr std::chrono::milliseconds firstRetry{50};
 constexpr std::chrono::milliseconds longestRetry{5000};
 
+/// A connection that has lasted for this long was not in vain: the next attempt follows soon again.
+constexpr std::chrono::milliseconds usefulTime{5000};
+
 void check(const ImporterOptions& options) {
     const auto demand = [](bool holds, const char* text) {
         if (!holds) {
@@ -281,22 +284,24 @@ private:
         if (closed) {
             return;
         }
-        const auto target = targetOfAddress.find(address);
-        if (target != targetOfAddress.end()) {
-            if (lost) {
-                const std::string name = target->second;
-                targetOfAddress.erase(target);
-                targets->retry(name);
-            } else {
-                targets->connected(target->second);
+        const auto now = std::chrono::steady_clock::now();
+        if (!lost) {
+            connectedSince.try_emplace(address, now);
+            return;
+        }
+        const auto since = connectedSince.extract(address);
+        const bool wasUseful = since && now - since.mapped() >= usefulTime;
+        if (const auto target = targetOfAddress.extract(address)) {
+            if (wasUseful) {
+                targets->connected(target.mapped());
             }
+            targets->retry(target.mapped());
             return;
         }
         constexpr std::string_view prefix = "unix:";
         const std::filesystem::path socket = address.substr(prefix.size());
-        if (!lost) {
+        if (wasUseful) {
             retries.erase(socket);
-            return;
         }
         processes.erase(socket);
         if (own || !present.contains(socket)) {
@@ -353,6 +358,7 @@ private:
     std::map<std::filesystem::path, Retry> retries;
     std::map<std::filesystem::path, ProcessWatch> processes;
     std::map<std::string, std::string> targetOfAddress; // while there is a connection
+    std::map<std::string, std::chrono::steady_clock::time_point> connectedSince;
 
     std::unique_ptr<LocalPeers> localPeers;
     std::unique_ptr<TargetPeers> targets;

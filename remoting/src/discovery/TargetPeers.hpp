@@ -73,7 +73,7 @@ public:
     /// that is going to happen anyway, or for a target that is not known.
     void retry(const std::string& target);
 
-    /// Take note that an address of a target could be used: the next attempt follows soon again.
+    /// Take note that an address of a target was of use: the next attempt follows soon again.
     void connected(const std::string& target);
 
 private:

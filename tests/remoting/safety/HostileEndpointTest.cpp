@@ -27,6 +27,7 @@
 #include <future>
 #include <iostream>
 #include <limits>
+#include <mutex>
 #include <utility>
 
 namespace agent::orvi::remoting::test {
@@ -461,6 +462,27 @@ TEST_F(HostileEndpointTest, IsDisconnectedWhenItsOffersAreMalformed) {
         importer.reset();
         endpoint.reset();
     }
+}
+
+TEST_F(HostileEndpointTest, IsTriedEverMoreSlowlyWhenItGreetsAndHangsUp) {
+    using Clock = std::chrono::steady_clock;
+    std::mutex mutex;
+    std::vector<Clock::time_point> times;
+    start(
+        [&](grpc::ServerContext&, Stream& stream) {
+            stream.Write(hello());
+            const std::lock_guard lock(mutex);
+            times.push_back(Clock::now());
+            return grpc::Status(grpc::StatusCode::RESOURCE_EXHAUSTED, "why");
+        },
+        {});
+    constexpr std::size_t attempts = 4;
+    ASSERT_TRUE(eventually([&] {
+        const std::lock_guard lock(mutex);
+        return times.size() >= attempts;
+    }));
+    const std::lock_guard lock(mutex);
+    EXPECT_GT(times[attempts - 1] - times[0], std::chrono::milliseconds(1200));
 }
 
 TEST_F(HostileEndpointTest, MayWithdrawAndSettleWhatNeverWas) {
