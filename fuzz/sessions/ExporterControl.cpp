@@ -61,10 +61,11 @@ public:
             frame.mutable_want()->set_filter(anyFilter(input));
         }
         if (frame.has_want()) {
-            ++looked;
-            wants.emplace(frame.want().id(), frame.want().filter()); // twice is the stream's end
+            // Twice the same number is the stream's end.
+            wants.emplace(looked++, LookUp{frame.want().id(), frame.want().filter()});
         } else if (frame.has_unwant()) {
-            wants.erase(frame.unwant().id());
+            std::erase_if(
+                wants, [&](const auto& want) { return want.second.number == frame.unwant().id(); });
         }
         stream->deliver(encoded(frame, {}), input.below(40) + 1);
     }
@@ -83,7 +84,7 @@ public:
             const auto service = table.find(number);
             const bool matches =
                 service && std::any_of(wants.begin(), wants.end(), [&](const auto& want) {
-                    return cppmicroservices::LDAPFilter(want.second).Match(service->asMap);
+                    return cppmicroservices::LDAPFilter(want.second.filter).Match(service->asMap);
                 });
             require(
                 !service || matches == offered.contains(number),
@@ -111,14 +112,22 @@ private:
             offered.erase(frame.withdrawal().service());
         } else {
             require(frame.has_settled(), "an endpoint says what there is");
+            if (!frame.settled().refusal().empty()) {
+                wants.erase(settled);
+            }
             ++settled;
         }
     }
 
+    struct LookUp {
+        std::uint64_t number;
+        std::string filter;
+    };
+
     Input& input;
     bool certain = true; // about what was sent
     std::size_t looked = 0;
-    std::map<std::uint64_t, std::string> wants;
+    std::map<std::size_t, LookUp> wants; // in the order in which they were sent
     bool hasHeard = false;
     std::size_t settled = 0;
     std::set<std::uint64_t> offered;

@@ -75,6 +75,9 @@ public:
             break;
         case 3:
             frame.mutable_settled()->set_id(input.below(20));
+            if (input.oneIn(4)) {
+                frame.mutable_settled()->set_refusal("why");
+            }
             break;
         case 4:
             stream().deliver(input.text(60), 9);

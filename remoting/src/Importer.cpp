@@ -264,7 +264,7 @@ private:
     /// Any thread.
     void linkChanged(PeerLink& link, const StreamEnd* end) {
         const std::string address = link.address();
-        PeerStatus status{address, PeerStatus::State::connected, link.endpoint(), ""};
+        PeerStatus status{address, PeerStatus::State::connected, link.endpoint(), link.refusal()};
         if (end != nullptr) {
             status.state = PeerStatus::State::failed;
             status.error = end->text.empty() ? "The endpoint is gone." : end->text;

@@ -15,9 +15,6 @@
 namespace agent::orvi::remoting::details {
 namespace {
 
-/// Bytes of the text of a filter.
-constexpr std::size_t maximumFilterSize = 4096;
-
 /// How much a peer may not have taken yet of what there is to tell it when it is listened to.
 constexpr std::size_t newsOfAListener = 1024;
 
@@ -55,8 +52,6 @@ void ControlSession::received(google::protobuf::io::ZeroCopyInputStream& input, 
             try {
                 self->handle(*frame);
                 self->listen();
-            } catch (const LimitExceeded& error) {
-                self->stream->finish({StreamEnd::Kind::limitExceeded, error.what()});
             } catch (...) {
                 self->stream->finish(endOfFailedEvent());
             }
@@ -110,18 +105,12 @@ void ControlSession::handle(const v1::Frame& frame) {
 }
 
 void ControlSession::want(const v1::Want& want) {
-    if (want.filter().size() > maximumFilterSize) {
-        throw LimitExceeded(
-            "A filter has " + std::to_string(want.filter().size()) + " bytes; " +
-            std::to_string(maximumFilterSize) + " are allowed.");
+    std::string refusal = whyNot(want);
+    if (refusal.empty()) {
+        table->want(*this, want.id(), want.filter());
+        ++wants;
     }
-    if (wants >= maximumWants) {
-        throw LimitExceeded(
-            "There are " + std::to_string(maximumWants) + " look-ups already, which is the limit.");
-    }
-    table->want(*this, want.id(), want.filter());
-    ++wants;
-    tell(News::Settled{want.id()});
+    tell(News::Settled{want.id(), std::move(refusal)});
     bool late = false;
     {
         const std::lock_guard lock(mutex);
@@ -130,6 +119,19 @@ void ControlSession::want(const v1::Want& want) {
     if (late) {
         table->leave(*this);
     }
+}
+
+/// Return why the peer cannot look for that as well, nothing when it can.
+std::string ControlSession::whyNot(const v1::Want& want) const {
+    if (want.filter().size() > maximumFilterSize) {
+        return "A filter has " + std::to_string(want.filter().size()) + " bytes; " +
+               std::to_string(maximumFilterSize) + " are allowed.";
+    }
+    if (wants >= maximumWants) {
+        return "There are " + std::to_string(maximumWants) +
+               " look-ups already, which is the limit.";
+    }
+    return {};
 }
 
 void ControlSession::sayGoodbye() {
@@ -211,6 +213,7 @@ bool ControlSession::encode(const News::Item& item, OutgoingFrame& outgoing) {
         frame.mutable_withdrawal()->set_unwanted(withdrawal->unwanted);
     } else if (const auto* settled = std::get_if<News::Settled>(&item)) {
         frame.mutable_settled()->set_id(settled->want);
+        frame.mutable_settled()->set_refusal(settled->refusal);
     } else {
         const std::uint64_t number = std::get<News::Offered>(item).service;
         const auto service = std::as_const(*table).find(number);

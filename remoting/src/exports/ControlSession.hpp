@@ -43,6 +43,7 @@ private:
     void greet(const v1::Frame& frame);
     void handle(const v1::Frame& frame);
     void want(const v1::Want& want);
+    std::string whyNot(const v1::Want& want) const;
     void listen();
     void tell(const News::Item& item) noexcept;
     void sendNext() noexcept;

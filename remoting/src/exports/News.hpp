@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <list>
 #include <optional>
+#include <string>
 #include <unordered_map>
 #include <variant>
 
@@ -30,6 +31,7 @@ public:
 
     struct Settled {
         std::uint64_t want;
+        std::string refusal{}; ///< Why it is not looked with; empty when it is.
     };
 
     struct Goodbye {};

@@ -1,6 +1,7 @@
 #include "imports/PeerLink.hpp"
 
 #include "carrier/FailedEvents.hpp"
+#include "wire/CutText.hpp"
 #include "wire/FrameCodec.hpp"
 #include "wire/FrameLimits.hpp"
 
@@ -70,20 +71,36 @@ void PeerLink::orEnd(const Action& action) noexcept {
 }
 
 void PeerLink::tell(const Wants::Want& want, bool wanted) {
-    v1::Frame change;
+    bool takesAll = false;
     {
         const std::lock_guard lock(mutex);
         if (wanted) {
-            unsettled.insert(want.number);
-            change.mutable_want()->set_id(want.number);
-            change.mutable_want()->set_filter(want.filter);
+            ask(want);
+        } else if (refused.erase(want.number) > 0) {
+            takesAll = refused.empty();
         } else {
             unsettled.erase(want.number);
-            change.mutable_unwant()->set_id(want.number);
+            outgoing.emplace_back().mutable_unwant()->set_id(want.number);
+            // There may be room for another one now.
+            if (const auto next = refused.begin(); next != refused.end()) {
+                ask({next->first, next->second});
+                refused.erase(next);
+                takesAll = refused.empty();
+            }
         }
-        outgoing.push_back(std::move(change));
     }
     sendNext();
+    if (takesAll) {
+        receiver->connected(*this);
+    }
+}
+
+/// Under the lock.
+void PeerLink::ask(const Wants::Want& want) {
+    unsettled[want.number] = want.filter;
+    v1::Want& asked = *outgoing.emplace_back().mutable_want();
+    asked.set_id(want.number);
+    asked.set_filter(want.filter);
 }
 
 bool PeerLink::isSettled() {
@@ -91,13 +108,19 @@ bool PeerLink::isSettled() {
     return ready && unsettled.empty();
 }
 
+std::string PeerLink::refusal() {
+    const std::lock_guard lock(mutex);
+    return refused.empty() ? std::string() : lastRefusal;
+}
+
 void PeerLink::sendNext() {
     const std::lock_guard lock(mutex);
     if (stream && !sending && !outgoing.empty()) {
-        sending = true;
-        OutgoingFrame next = encodeFrame(outgoing.front());
+        const v1::Frame next = std::move(outgoing.front());
         outgoing.pop_front();
-        stream->send(std::move(next));
+        OutgoingFrame encoded = encodeFrame(next);
+        sending = true;
+        stream->send(std::move(encoded));
     }
 }
 
@@ -127,14 +150,9 @@ void PeerLink::received(google::protobuf::io::ZeroCopyInputStream& input, std::s
     case v1::Frame::kWithdrawal:
         receiver->withdrawn(*this, frame.withdrawal());
         break;
-    case v1::Frame::kSettled: {
-        {
-            const std::lock_guard lock(mutex);
-            unsettled.erase(frame.settled().id());
-        }
-        receiver->settled(*this);
+    case v1::Frame::kSettled:
+        settled(frame.settled());
         break;
-    }
     case v1::Frame::kHello:
     case v1::Frame::BODY_NOT_SET:
         break;
@@ -155,6 +173,24 @@ void PeerLink::digested() {
         deaf = false;
         stream->receive();
     }
+}
+
+void PeerLink::settled(const v1::Settled& settled) {
+    bool takesOthers = false;
+    {
+        const std::lock_guard lock(mutex);
+        const bool tookAll = refused.empty();
+        auto answered = unsettled.extract(settled.id());
+        if (answered && !settled.refusal().empty()) {
+            refused.insert(std::move(answered));
+            lastRefusal = cutText(settled.refusal(), maximumEndText);
+        }
+        takesOthers = refused.empty() != tookAll;
+    }
+    if (takesOthers) {
+        receiver->connected(*this);
+    }
+    receiver->settled(*this);
 }
 
 void PeerLink::greeted(const v1::Hello& hello) {

@@ -7,10 +7,10 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <string>
 
 namespace agent::orvi::remoting::details {
@@ -24,6 +24,7 @@ public:
     /// an offer, a withdrawal or a settling has been dealt with.
     class Receiver {
     public:
+        /// The peer has greeted, or takes other look-ups than before.
         virtual void connected(PeerLink& link) = 0;
         virtual void offered(PeerLink& link, const v1::Offer& offer) = 0;
         virtual void withdrawn(PeerLink& link, const v1::Withdrawal& withdrawal) = 0;
@@ -53,6 +54,9 @@ public:
     /// Say whether the peer has offered what is looked for.
     bool isSettled();
 
+    /// Return why the peer does not look for some of it, nothing while it looks for everything.
+    std::string refusal();
+
     const std::shared_ptr<Connection>& connection() const noexcept { return peerConnection; }
 
     const std::string& address() const noexcept { return peerAddress; }
@@ -71,6 +75,8 @@ private:
     void tell(const Wants::Want& want, bool wanted);
     template <class Action>
     void orEnd(const Action& action) noexcept;
+    void settled(const v1::Settled& settled);
+    void ask(const Wants::Want& want);
     void sendNext();
 
     const std::shared_ptr<Connection> peerConnection;
@@ -92,8 +98,10 @@ private:
     bool deaf = false;  // until there are fewer of them
     bool ready = false; // the peer has greeted
     bool over = false;
-    bool incomplete = false; // the peer has not heard everything
-    std::set<std::uint64_t> unsettled;
+    bool incomplete = false;                        // the peer has not heard everything
+    std::map<std::uint64_t, std::string> unsettled; // filters
+    std::map<std::uint64_t, std::string> refused;   // filters that may be taken some day
+    std::string lastRefusal;
 };
 
 } // namespace agent::orvi::remoting::details

@@ -1,5 +1,7 @@
 #include "imports/Wants.hpp"
 
+#include "imports/AskableFilters.hpp"
+
 #include <orvi/core/Invokable.hpp>
 
 #include <algorithm>
@@ -50,18 +52,29 @@ void Wants::Added(const std::vector<ListenerInfo>& listeners) {
 
 /// Count one more listener with a filter, or change nothing.
 void Wants::add(const std::string& filter) {
-    const auto [entry, isNew] =
-        wanted.try_emplace(filter, Wanted{lastNumber + 1, 0, cppmicroservices::LDAPFilter(filter)});
-    if (isNew) {
-        try {
-            changed({lastNumber + 1, filter}, true);
-        } catch (...) {
-            wanted.erase(entry);
-            throw;
-        }
-        ++lastNumber;
+    const auto known = wanted.find(filter);
+    if (known != wanted.end()) {
+        ++known->second.listeners;
+        return;
     }
-    ++entry->second.listeners;
+    const auto entry =
+        wanted
+            .emplace(
+                filter, Wanted{1, cppmicroservices::LDAPFilter(filter), askableFilters(filter)})
+            .first;
+    std::size_t done = 0;
+    const std::vector<std::string>& parts = entry->second.asked;
+    try {
+        for (; done < parts.size(); ++done) {
+            ask(parts[done]);
+        }
+    } catch (...) {
+        while (done > 0) {
+            askNoMore(parts[--done]);
+        }
+        wanted.erase(entry);
+        throw;
+    }
 }
 
 void Wants::Removed(const std::vector<ListenerInfo>& listeners) {
@@ -74,9 +87,34 @@ void Wants::Removed(const std::vector<ListenerInfo>& listeners) {
         const auto entry = wanted.find(known->second);
         filters.erase(known);
         if (--entry->second.listeners == 0) {
-            changed({entry->second.number, entry->first}, false);
+            for (const std::string& part : entry->second.asked) {
+                askNoMore(part);
+            }
             wanted.erase(entry);
         }
+    }
+}
+
+void Wants::ask(const std::string& filter) {
+    const auto [entry, isNew] = asked.try_emplace(filter, Asked{lastNumber + 1, 0});
+    if (isNew) {
+        try {
+            changed({entry->second.number, filter}, true);
+        } catch (...) {
+            asked.erase(entry);
+            throw;
+        }
+        ++lastNumber;
+    }
+    ++entry->second.users;
+}
+
+void Wants::askNoMore(const std::string& filter) {
+    const auto entry = asked.find(filter);
+    if (--entry->second.users == 0) {
+        const std::uint64_t number = entry->second.number;
+        asked.erase(entry);
+        changed({number, filter}, false);
     }
 }
 
@@ -104,7 +142,7 @@ bool Wants::match(const cppmicroservices::AnyMap& properties) const {
 void Wants::forEach(
     const std::function<void(const Want& want)>& visit, const std::function<void()>& done) const {
     const std::lock_guard lock(mutex);
-    for (const auto& [filter, entry] : wanted) {
+    for (const auto& [filter, entry] : asked) {
         visit({entry.number, filter});
     }
     done();

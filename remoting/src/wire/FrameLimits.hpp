@@ -12,6 +12,9 @@ constexpr std::uint32_t protocolMinor = 0;
 /// Bytes of an encoded frame, its data included.
 constexpr std::size_t maximumFrameSize = std::size_t{128} * 1024;
 
+/// Bytes of the filter of a look-up.
+constexpr std::size_t maximumFilterSize = std::size_t{4} * 1024;
+
 /// Slots of one request or answer.
 constexpr std::size_t maximumSlots = 64;
 

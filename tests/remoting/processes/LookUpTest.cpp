@@ -3,6 +3,7 @@
 #include <cppmicroservices/ServiceException.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -128,6 +129,74 @@ TEST_F(RemoteLookUp, IsNotLostWhileProcessesDieAndComeBack) {
         EXPECT_EQ(errorOf([&] { buffer.sgetc(); }), terminated);
         EXPECT_TRUE(eventually([&] { return importer.peers().empty(); }));
     }
+}
+
+/// Return a filter for one of many names, the given one among them.
+std::string filterOfOneOf(std::size_t count, const boost::uuids::uuid& uuid) {
+    std::string filter = "(|";
+    for (std::size_t other = 1; other < count; ++other) {
+        filter += "(orvi.servicename=" + streambuf::test::serviceNameOf(newUuid()) + ")";
+    }
+    return filter + "(orvi.servicename=" + streambuf::test::serviceNameOf(uuid) + "))";
+}
+
+TEST_F(RemoteLookUp, ForOneOfManyNamesFindsItAndLeavesTheOthersAlone) {
+    publisher.ask("open-endpoint" + where());
+    const auto used = publish(publisher, "used", stream);
+    const auto found = publish(publisher, "found", stream);
+    const Importer importer(importing());
+    StreamBuffer buffer = connect(used);
+    EXPECT_EQ(buffer.sgetc(), pattern(1)[0]);
+    for (const std::size_t names : {50, 100, 3000}) { // 3, 6 and 190 KiB
+        cppmicroservices::ServiceTracker<core::Invokable> tracker(
+            streambuf::test::registryContext(),
+            cppmicroservices::LDAPFilter(filterOfOneOf(names, found)));
+        tracker.Open();
+        EXPECT_NE(tracker.WaitForService(errorTime), nullptr) << names;
+        EXPECT_TRUE(importer.waitUntilSettled(errorTime)) << names;
+        EXPECT_EQ(tracker.GetServiceReferences().size(), 1u) << names;
+        EXPECT_EQ(errorOf([&] { buffer.pubseekpos(0, std::ios_base::in); }), "no error") << names;
+        tracker.Close();
+        EXPECT_TRUE(eventually([&] { return streambuf::test::invokablesOf(found).empty(); }));
+    }
+    EXPECT_EQ(take(buffer, 200), pattern(100));
+}
+
+TEST_F(RemoteLookUp, ThatNoEndpointTakesLeavesTheOthersAlone) {
+    publisher.ask("open-endpoint" + where());
+    const auto used = publish(publisher, "used", stream);
+    const Importer importer(importing());
+    StreamBuffer buffer = connect(used);
+    for (const std::size_t length : {5000, 200000}) {
+        const LookUp lookUp(std::string(length, 'n'));
+        EXPECT_TRUE(importer.waitUntilSettled(errorTime));
+        StreamBuffer other = connect(publish(publisher, "other", stream));
+        EXPECT_EQ(take(other, 200), pattern(100));
+        publisher.ask("withdraw name=other");
+    }
+    EXPECT_EQ(take(buffer, 200), pattern(100));
+}
+
+TEST_F(RemoteLookUp, BeyondTheLimitOfTheEndpointIsMadeOnceThereIsRoom) {
+    publisher.ask("open-endpoint" + where() + " look-ups=2");
+    const auto uuid = publish(publisher, "device", stream);
+    const Importer importer(importing());
+    std::optional<LookUp> first(newUuid());
+    std::optional<LookUp> second(newUuid());
+    ASSERT_TRUE(importer.waitUntilSettled(errorTime));
+    ASSERT_EQ(importer.peers().size(), 1u);
+    EXPECT_EQ(importer.peers().at(0).error, "");
+    LookUp third(uuid);
+    ASSERT_TRUE(importer.waitUntilSettled(errorTime));
+    EXPECT_TRUE(third.found().empty());
+    EXPECT_EQ(importer.peers().at(0).state, PeerStatus::State::connected);
+    EXPECT_EQ(importer.peers().at(0).error, "There are 2 look-ups already, which is the limit.");
+    second.reset();
+    EXPECT_NE(third.wait(), nullptr);
+    EXPECT_TRUE(eventually([&] { return importer.peers().at(0).error.empty(); }));
+    first.reset();
+    ASSERT_TRUE(importer.waitUntilSettled(errorTime));
+    EXPECT_EQ(third.found().size(), 1u);
 }
 
 TEST_F(RemoteLookUp, KnowsWhoIsThereFromTheBeginning) {

@@ -485,6 +485,30 @@ TEST_F(HostileEndpointTest, IsTriedEverMoreSlowlyWhenItGreetsAndHangsUp) {
     EXPECT_GT(times[attempts - 1] - times[0], std::chrono::milliseconds(1200));
 }
 
+TEST_F(HostileEndpointTest, MayRefuseWhatIsLookedForInManyWords) {
+    start(
+        [](grpc::ServerContext&, Stream& stream) {
+            stream.Write(hello());
+            v1::Frame frame;
+            while (stream.Read(&frame)) {
+                v1::Frame settled;
+                settled.mutable_settled()->set_id(frame.want().id());
+                settled.mutable_settled()->set_refusal(std::string(100000, 'x'));
+                stream.Write(settled);
+            }
+            return grpc::Status::OK;
+        },
+        {});
+    cppmicroservices::ServiceTracker<core::Invokable> tracker(
+        streambuf::test::registryContext(), cppmicroservices::LDAPFilter("(orvi.servicename=a)"));
+    tracker.Open();
+    EXPECT_TRUE(eventually([&] { return !importer->peers().at(0).error.empty(); }));
+    EXPECT_EQ(importer->peers().at(0).state, PeerStatus::State::connected);
+    EXPECT_EQ(importer->peers().at(0).error, std::string(1024, 'x'));
+    EXPECT_TRUE(importer->waitUntilSettled(longTime));
+    tracker.Close();
+}
+
 TEST_F(HostileEndpointTest, MayWithdrawAndSettleWhatNeverWas) {
     std::vector<v1::Frame> nonsense;
     for (std::uint64_t number = 0; number < 1000; ++number) {

@@ -216,7 +216,7 @@ TEST_F(LimitsTest, ClosesMoreConnectionsAtOnce) {
     EXPECT_TRUE(eventually([&] { return isServed(); }));
 }
 
-TEST_F(LimitsTest, EndsControlStreamsWithMoreLookUps) {
+TEST_F(LimitsTest, RefusesMoreLookUps) {
     options.limits.wantedFilters = 3;
     publish();
     const auto channel = connect();
@@ -234,10 +234,22 @@ TEST_F(LimitsTest, EndsControlStreamsWithMoreLookUps) {
     other.send(want(1, published.filter()));
     EXPECT_TRUE(receiveA(other, v1::Frame::kOffer).has_value());
     control.send(want(5, "(a=b)"));
-    EXPECT_THAT(
-        control.end(), endsWith(
-                           grpc::StatusCode::RESOURCE_EXHAUSTED,
-                           "There are 3 look-ups already, which is the limit."));
+    std::optional<v1::Frame> settled;
+    do {
+        settled = receiveA(control, v1::Frame::kSettled);
+        ASSERT_TRUE(settled.has_value());
+    } while (settled->settled().id() != 5);
+    EXPECT_EQ(settled->settled().refusal(), "There are 3 look-ups already, which is the limit.");
+    control.send(unwant(5)); // it is none of the three
+    control.send(want(5, "(a=b)"));
+    settled = receiveA(control, v1::Frame::kSettled);
+    ASSERT_TRUE(settled.has_value());
+    EXPECT_EQ(settled->settled().refusal(), "There are 3 look-ups already, which is the limit.");
+    control.send(unwant(1));
+    control.send(want(5, "(a=b)"));
+    settled = receiveA(control, v1::Frame::kSettled);
+    ASSERT_TRUE(settled.has_value());
+    EXPECT_EQ(settled->settled().refusal(), "");
 }
 
 } // namespace

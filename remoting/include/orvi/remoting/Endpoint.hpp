@@ -15,15 +15,15 @@
 
 namespace agent::orvi::remoting {
 
-/// What an endpoint lets its peers use at most. What goes beyond is refused with `LimitExceeded`
-/// before anything is allocated for it.
+/// What an endpoint lets its peers use at most. What goes beyond is refused before anything is
+/// allocated for it: calls and streams with `LimitExceeded`.
 struct EndpointLimits {
     std::size_t connections = 1024;   ///< Connections at a time; more are closed at once.
     std::size_t streams = 16384;      ///< Open streams at a time, over all connections.
     std::size_t callsInFlight = 1024; ///< Calls running or waiting to run, over all peers.
     std::uint64_t bytesPerCall = std::uint64_t{2} << 30; ///< Bytes that one call sends or asks for.
     std::uint64_t bytesInFlight = std::uint64_t{8} << 30; ///< The same, over all calls at a time.
-    std::size_t wantedFilters = 65536; ///< Look-ups that one peer has open at a time.
+    std::size_t wantedFilters = 65536; ///< Look-ups that one peer has open; more are not made.
 };
 
 /// How an endpoint runs the calls that reach one service.

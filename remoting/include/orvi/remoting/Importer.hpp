@@ -55,7 +55,7 @@ struct PeerStatus {
     std::string address;             ///< "unix:" and a path, or "host:port".
     State state = State::connecting; ///< How far the connection has come.
     std::string endpoint;            ///< The endpoint's name, once connected.
-    std::string error;               ///< Why it is not connected, if it failed.
+    std::string error; ///< Why it is not connected, if it failed, or why it refuses a look-up.
 };
 
 /// Makes services of other processes available in this process's service registry for as long as

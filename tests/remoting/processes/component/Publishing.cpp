@@ -31,6 +31,8 @@ EndpointOptions optionsOf(const Command& command) {
     options.positionPerConnection = command.number("positions", 0) != 0;
     options.limits.callsInFlight = static_cast<std::size_t>(
         command.number("calls", static_cast<std::int64_t>(options.limits.callsInFlight)));
+    options.limits.wantedFilters = static_cast<std::size_t>(
+        command.number("look-ups", static_cast<std::int64_t>(options.limits.wantedFilters)));
     options.threads = static_cast<std::size_t>(
         command.number("threads", static_cast<std::int64_t>(options.threads)));
     options.keepaliveTime = millisecondsOf(command, "keepalive", 10000);
@@ -87,7 +89,8 @@ boost::uuids::uuid uuidOf(const Command& command) {
 } // namespace
 
 void Publishing::addVerbs(Verbs& verbs) {
-    // directory= [concurrent=1] [positions=1] [calls=] [threads=] [keepalive= timeout=]
+    // directory= [concurrent=1] [positions=1] [calls=] [look-ups=] [threads=]
+    // [keepalive= timeout=]
     verbs["open-endpoint"] = [this](const Command& command) { return openEndpoint(command); };
     verbs["open-second-endpoint"] = [this](const Command& command) {
         secondEndpoint.emplace(optionsOf(command));
