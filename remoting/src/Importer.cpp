@@ -157,12 +157,17 @@ private:
 
     void lookForPeers(const ImporterOptions& options) {
         if (!options.targets.empty()) {
+            // Whoever waits for answers waits for those whose names are not resolved yet, too.
+            for (const std::string& target : options.targets) {
+                setStatus({target, PeerStatus::State::connecting, "", ""});
+            }
             targets = std::make_unique<TargetPeers>(
                 housekeeper, options.targets,
-                [this](const std::string&, const std::vector<TargetAddress>& addresses) {
+                [this](const std::string& target, const std::vector<TargetAddress>& addresses) {
                     for (const TargetAddress& address : addresses) {
                         connectTarget(address);
                     }
+                    replaceTarget(target, addresses);
                 },
                 [this](const std::string& target, const std::string& reason) {
                     setStatus({target, PeerStatus::State::failed, "", reason});
@@ -230,6 +235,20 @@ private:
                 connectSocket(socket);
             }
         });
+    }
+
+    /// Know a target by its addresses from now on.
+    void replaceTarget(const std::string& target, const std::vector<TargetAddress>& addresses) {
+        if (std::any_of(addresses.begin(), addresses.end(), [&](const TargetAddress& address) {
+                return address.address() == target;
+            })) {
+            return;
+        }
+        {
+            const std::lock_guard lock(mutex);
+            statuses.erase(target);
+        }
+        table->lookAgain();
     }
 
     void connectTarget(const TargetAddress& address) {

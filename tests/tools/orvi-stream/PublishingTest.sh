@@ -134,6 +134,16 @@ ServesOverLoopback() {
     expectStatus 2 stream cat --no-local "$uuid"
 }
 
+IsAskedByNameBeforeAnythingIsSaid() {
+    publishOnLoopback --plain-loopback
+    local byName=localhost:${address##*:}
+    expectStatus 0 stream ls --no-local --plain-loopback --connect "$byName" >"$work/list"
+    expectSame "The streams" "$uuid" "$(tail --lines +2 "$work/list" | awk '{print $1}')"
+    expectStatus 0 stream cat --no-local --plain-loopback --connect "$byName" --timeout 0 "$uuid" \
+        >"$work/copy"
+    expectSameFile "$work/file" "$work/copy"
+}
+
 # Makes an authority and a certificate of it for a name: makeCertificate AUTHORITY NAME
 makeCertificate() {
     local authority=$work/$1 identity=$work/$2

@@ -52,7 +52,8 @@ struct PeerStatus {
         failed      ///< There is none; it is tried again as long as the endpoint is to be found.
     };
 
-    std::string address;             ///< "unix:" and a path, or "host:port".
+    /// "unix:" and a path, or "host:port"; a target as it was given until its name is resolved.
+    std::string address;
     State state = State::connecting; ///< How far the connection has come.
     std::string endpoint;            ///< The endpoint's name, once connected.
     std::string error; ///< Why it is not connected, if it failed, or why it refuses a look-up.
