@@ -156,10 +156,8 @@ void ClientStream::callFinished(bool) {
         // A dying process loses its sockets a moment before it is gone: which one it was shows
         // then.
         connection->reactor->post([self = shared_from_this(), reached] {
-            ClientConnection& connection = *self->connection;
-            self->conclude(
-                connection.isProcessOver() ? connection.withKnownCause(processHasEnded())
-                                           : reached);
+            ClientConnection& from = *self->connection;
+            self->conclude(from.isProcessOver() ? from.withKnownCause(processHasEnded()) : reached);
         });
     } else {
         conclude(reached);

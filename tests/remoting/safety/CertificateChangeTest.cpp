@@ -17,8 +17,8 @@ protected:
         newImporter.pem_private_key = contentOf(files.privateKey);
     }
 
-    bool admits(const grpc::SslCredentialsOptions& importer) const {
-        return lookUp(connect(importer)).ok();
+    bool admits(const grpc::SslCredentialsOptions& credentials) const {
+        return lookUp(connect(credentials)).ok();
     }
 
     /// Expect that new connections are made with the old files.

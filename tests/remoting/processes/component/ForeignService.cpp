@@ -88,8 +88,10 @@ core::ServiceInterface describe(const std::string& name) {
     for (const auto& [method, body] : methodBodies()) {
         builder.addMethod(core::ExportedFunction(
             method,
-            [body](stop_token, GenericPayload arguments) { return body(std::move(arguments)); }, 0,
-            {}));
+            [body = body](stop_token, GenericPayload arguments) {
+                return body(std::move(arguments));
+            },
+            0, {}));
     }
     builder.addMethod(core::ExportedFunction(
         "length", core::detail::genericPayloadWrapper([](const std::string& text) {
