@@ -7,6 +7,7 @@
 
 #include "streambuf/StreamBuffer.hpp"
 #include "support/Registry.hpp"
+#include "support/Sanitizers.hpp"
 #include "support/StreamBuffers.hpp"
 
 #include <orvi/remoting/Errors.hpp>
@@ -49,7 +50,7 @@ using streambuf::test::take;
 /// No call that ends with an error takes longer than that.
 inline constexpr std::chrono::seconds errorTime{10};
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(ORVI_ADDRESS_SANITIZER) || defined(ORVI_THREAD_SANITIZER)
 inline constexpr bool sanitized = true;
 #else
 inline constexpr bool sanitized = false;

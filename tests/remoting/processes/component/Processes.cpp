@@ -1,5 +1,7 @@
 #include "remoting/processes/component/Processes.hpp"
 
+#include "support/Sanitizers.hpp"
+
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -71,7 +73,7 @@ std::string execute(const Command&) {
 
 } // namespace
 
-#ifdef __SANITIZE_ADDRESS__
+#ifdef ORVI_ADDRESS_SANITIZER
 // What only the stacks of the parent's threads refer to looks lost in a child.
 extern "C" __attribute__((visibility("default"))) int __lsan_is_turned_off() {
     return isForkedChild ? 1 : 0;
