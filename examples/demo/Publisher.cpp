@@ -4,7 +4,7 @@ namespace streambuf = agent::orvi::streambuf;
 
 namespace {
 
-constexpr std::size_t bufferSize = 64 * 1024;
+constexpr std::size_t bufferSize = std::size_t{64} * 1024;
 
 } // namespace
 

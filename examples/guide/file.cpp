@@ -16,7 +16,7 @@ int main() {
     // [file]
     using std::ios_base;
     std::fstream file("notes.txt", ios_base::in | ios_base::out | ios_base::trunc);
-    StreamBuffer device = makeDevice(uuid, file, 64 * 1024);
+    StreamBuffer device = makeDevice(uuid, file, 65536);
 
     std::iostream stream(&device);
     stream << "first line\nsecond line\n" << std::flush;

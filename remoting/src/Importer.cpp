@@ -282,7 +282,7 @@ private:
 
     /// Any thread.
     void linkChanged(PeerLink& link, const StreamEnd* end) {
-        const std::string address = link.address();
+        const std::string& address = link.address();
         PeerStatus status{address, PeerStatus::State::connected, link.endpoint(), link.refusal()};
         if (end != nullptr) {
             status.state = PeerStatus::State::failed;

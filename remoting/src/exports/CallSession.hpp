@@ -42,7 +42,7 @@ public:
         std::shared_ptr<Stream> stream, PeerNames peer, std::shared_ptr<ExportTable> table,
         std::shared_ptr<CallTerms> terms, Executor& executor);
 
-    void received(google::protobuf::io::ZeroCopyInputStream& frame, std::size_t size) override;
+    void received(google::protobuf::io::ZeroCopyInputStream& input, std::size_t size) override;
     void sent() override;
     void ended(const StreamEnd& end) override;
 
@@ -61,12 +61,12 @@ private:
         running
     };
 
-    void greet(const v1::Frame& frame);
-    void request(const v1::Frame& frame, FrameReader& reader);
+    void greet(const v1::Frame& greeting);
+    void request(const v1::Frame& head, FrameReader& reader);
     void admit(const v1::Request& request);
     void refuse(const v1::Request& request, FrameReader& reader, const std::exception_ptr& error);
     void append(FrameReader& reader);
-    void skip(FrameReader& reader, const v1::Frame& frame);
+    void skip(FrameReader& reader, const v1::Frame& head);
     void start();
     void invoke(RunningCall& call) noexcept;
     void respond(OutgoingMessage message, const RunningCall& call);

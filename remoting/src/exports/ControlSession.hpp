@@ -29,7 +29,7 @@ public:
         std::shared_ptr<Stream> stream, std::shared_ptr<ExportTable> table, EndpointName name,
         std::size_t maximumWants, Executor& executor);
 
-    void received(google::protobuf::io::ZeroCopyInputStream& frame, std::size_t size) override;
+    void received(google::protobuf::io::ZeroCopyInputStream& input, std::size_t size) override;
     void sent() override;
     void ended(const StreamEnd& end) override;
 
@@ -50,7 +50,7 @@ private:
     void trySendNext();
     template <class Action>
     void orEnd(const Action& action) noexcept;
-    bool encode(const News::Item& item, OutgoingFrame& frame);
+    bool encode(const News::Item& item, OutgoingFrame& outgoing);
 
     const std::shared_ptr<Stream> stream;
     const std::shared_ptr<ExportTable> table;

@@ -37,7 +37,7 @@ private:
     };
 
     Positions current();
-    void moveTo(const Positions& positions);
+    void moveTo(const Positions& target);
 
     core::Invokable& device;
     const bool hasInput;

@@ -3,6 +3,8 @@
 #include "wire/CutText.hpp"
 #include "wire/FrameLimits.hpp"
 
+#include <algorithm>
+#include <array>
 #include <string>
 
 namespace agent::orvi::remoting::details {
@@ -12,12 +14,10 @@ using Kind = StreamEnd::Kind;
 
 /// gRPC has one code for every way in which a connection ends; only its text says which.
 bool tellsOfSilence(const std::string& text) {
-    for (const char* sign : {"keepalive", "ping timeout", "timed out", "ETIMEDOUT"}) {
-        if (text.find(sign) != std::string::npos) {
-            return true;
-        }
-    }
-    return false;
+    constexpr std::array signs{"keepalive", "ping timeout", "timed out", "ETIMEDOUT"};
+    return std::any_of(signs.begin(), signs.end(), [&](const char* sign) {
+        return text.find(sign) != std::string::npos;
+    });
 }
 
 Kind kindOf(const grpc::Status& status) {

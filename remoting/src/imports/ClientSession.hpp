@@ -35,11 +35,11 @@ public:
 
     /// Call a method and wait for its answer.
     ///
-    /// @return the answer; an empty payload for a call that is one-way.
+    /// @return the answer; an empty payload for a call without one.
     /// @throws what the method threw, and what orvi/remoting/Errors.hpp names.
     core::GenericPayload call(
         std::optional<std::chrono::milliseconds> timeLimit, const std::string& method,
-        core::GenericPayload arguments, bool oneWay);
+        core::GenericPayload arguments, bool withoutAnswer);
 
     /// End the stream. Call it when there are no more calls.
     void close();
@@ -47,7 +47,7 @@ public:
     /// Say whether calls can still succeed.
     bool isUsable();
 
-    void received(google::protobuf::io::ZeroCopyInputStream& frame, std::size_t size) override;
+    void received(google::protobuf::io::ZeroCopyInputStream& input, std::size_t size) override;
     void sent() override;
     void ended(const StreamEnd& end) override;
 
@@ -68,7 +68,7 @@ private:
     void sendNext();
     void greeted(const v1::Hello& hello);
     void answered(const v1::Answer& answer, FrameReader& reader);
-    void failed(const v1::Failure& failure);
+    void failed(const v1::Failure& reported);
     void append(FrameReader& reader);
     void dropAnswer();
     void finishCall();

@@ -66,7 +66,7 @@ public:
 
     const std::string& peerFramework() const noexcept { return frameworkId; }
 
-    void received(google::protobuf::io::ZeroCopyInputStream& frame, std::size_t size) override;
+    void received(google::protobuf::io::ZeroCopyInputStream& input, std::size_t size) override;
     void sent() override;
     void ended(const StreamEnd& end) override;
 

@@ -191,6 +191,7 @@ std::streampos FileDevice::seekpos(std::streampos position, int mode) {
     return position;
 }
 
+// NOLINTNEXTLINE(readability-make-member-function-const): what it ends is this object's reading
 void FileDevice::interrupt() noexcept {
     ::eventfd_write(interruption, 1);
 }
