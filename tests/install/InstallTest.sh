@@ -94,9 +94,12 @@ ServesACxx20Consumer() {
     buildAndRunConsumer consumer20 "$prefix" -DCMAKE_CXX_STANDARD=20
 }
 
-ServesAConsumerOfAnotherCompiler() {
-    buildAndRunConsumer consumerOther "$prefix" -DCMAKE_CXX_STANDARD=17 \
-        -DCMAKE_CXX_COMPILER="$otherCompiler"
+ServesConsumersOfAnotherCompiler() {
+    local standard
+    for standard in 17 20; do
+        buildAndRunConsumer consumerOther "$prefix" -DCMAKE_CXX_STANDARD="$standard" \
+            -DCMAKE_CXX_COMPILER="$otherCompiler"
+    done
 }
 
 ServesARemotingConsumer() {
@@ -285,6 +288,12 @@ HeadersCompileAloneAsCxx17() {
 }
 
 HeadersCompileAloneAsCxx20() {
+    headersCompileAlone c++20
+}
+
+HeadersCompileAloneWithAnotherCompiler() {
+    compiler=$otherCompiler
+    headersCompileAlone c++17
     headersCompileAlone c++20
 }
 
