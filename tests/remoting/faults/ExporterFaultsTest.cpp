@@ -142,7 +142,7 @@ struct CallFaults : testing::TestWithParam<bool> {
 
     std::shared_ptr<CallSession> session(Importer& importer) {
         auto made = std::make_shared<CallSession>(
-            importer.stream, PeerNames{"uid:1"}, table, terms, executor);
+            importer.stream, PeerNames{"uid:1"}, table, terms, *executor);
         importer.stream->follow(made);
         importer.stream->receive();
         return made;
@@ -152,7 +152,7 @@ struct CallFaults : testing::TestWithParam<bool> {
 
     Registration device = offerDevice();
     EndpointOptions options;
-    ScriptedExecutor executor;
+    std::shared_ptr<ScriptedExecutor> executor = std::make_shared<ScriptedExecutor>();
     std::shared_ptr<ExportTable> table = ExportTable::open(registryContext(), "endpoint", executor);
     std::shared_ptr<CallTerms> terms;
 
@@ -181,7 +181,7 @@ TEST_P(CallFaults, EveryCallIsAnsweredOrItsStreamEnds) {
     const std::size_t failures = failEachAllocation([&](FailingAllocation& failure) {
         Importer importer;
         auto running = session(importer);
-        EXPECT_TRUE(failure.allows([&] { importer.talk(script, executor); }));
+        EXPECT_TRUE(failure.allows([&] { importer.talk(script, *executor); }));
         const auto frames = importer.frames();
         if (!areAnswers(frames)) {
             EXPECT_TRUE(failure.happened());
@@ -196,16 +196,16 @@ TEST_P(CallFaults, EveryCallIsAnsweredOrItsStreamEnds) {
             EXPECT_EQ(importer.stream->end()->text, "No memory left.");
         }
         importer.stream->lose({StreamEnd::Kind::disconnected, {}});
-        importer.talk({}, executor);
+        importer.talk({}, *executor);
         running.reset();
         EXPECT_TRUE(nothingIsUsed());
 
         Importer next;
         const auto after = session(next);
-        next.talk(script, executor);
+        next.talk(script, *executor);
         EXPECT_TRUE(areAnswers(next.frames())) << "the device goes on to serve others";
         next.stream->lose({StreamEnd::Kind::disconnected, {}});
-        next.talk({}, executor);
+        next.talk({}, *executor);
     });
     EXPECT_GT(failures, 50U);
 }
@@ -226,9 +226,9 @@ TEST_P(CallFaults, ACallThatWaitsForItsTurnIsAnsweredOrItsStreamEnds) {
                 first.stream->acknowledge();
                 second.stream->acknowledge();
             }
-            first.talk({}, executor);
-            second.talk({}, executor);
-            first.talk({}, executor);
+            first.talk({}, *executor);
+            second.talk({}, *executor);
+            first.talk({}, *executor);
         }));
         for (Importer* const importer : {&first, &second}) {
             const auto frames = importer->frames();
@@ -236,7 +236,7 @@ TEST_P(CallFaults, ACallThatWaitsForItsTurnIsAnsweredOrItsStreamEnds) {
                 importer->stream->isOver() ||
                 (frames.size() == 2 && (frames[1].has_answer() || frames[1].has_failure())));
             importer->stream->lose({StreamEnd::Kind::disconnected, {}});
-            importer->talk({}, executor);
+            importer->talk({}, *executor);
         }
         one.reset();
         two.reset();
@@ -253,12 +253,12 @@ TEST_P(CallFaults, AStreamThatEndsAtAnyStepLeavesNothing) {
             auto running = session(importer);
             const std::vector<std::string> begun(
                 script.begin(), script.begin() + static_cast<std::ptrdiff_t>(last));
-            importer.talk(begun, executor);
+            importer.talk(begun, *executor);
             if (!settled) {
                 importer.stream->deliver(script[last], 1000);
             }
             importer.stream->lose({StreamEnd::Kind::disconnected, {}});
-            importer.talk({}, executor);
+            importer.talk({}, *executor);
             const std::weak_ptr<CallSession> watch = running;
             running.reset();
             EXPECT_TRUE(watch.expired());
@@ -276,14 +276,14 @@ protected:
             : faults(faults)
             , session(std::make_shared<ControlSession>(
                   importer.stream, faults.table, EndpointName{"framework", "endpoint"}, 100,
-                  faults.executor)) {
+                  *faults.executor)) {
             importer.stream->follow(session);
             importer.stream->receive();
         }
 
         ~Listening() {
             importer.stream->lose({StreamEnd::Kind::disconnected, {}});
-            importer.talk({}, faults.executor);
+            importer.talk({}, *faults.executor);
         }
 
         /// Return how many services it has been told of and not been told that they are gone.
@@ -304,12 +304,12 @@ protected:
 
     int offersToOthers() {
         Listening other(*this);
-        other.importer.talk(script, executor);
+        other.importer.talk(script, *executor);
         EXPECT_FALSE(other.importer.stream->isOver());
         return other.offers();
     }
 
-    ScriptedExecutor executor;
+    std::shared_ptr<ScriptedExecutor> executor = std::make_shared<ScriptedExecutor>();
     const std::shared_ptr<ExportTable> table =
         ExportTable::open(registryContext(), "endpoint", executor);
     const std::vector<std::string> script{greeting(), look(1), look(2)};
@@ -319,7 +319,7 @@ TEST_F(OfferFaults, ALookUpFindsWhatThereIsOrItsStreamEnds) {
     auto device = offerDevice();
     const std::size_t failures = failEachAllocation([&](FailingAllocation& failure) {
         Listening listening(*this);
-        EXPECT_TRUE(failure.allows([&] { listening.importer.talk(script, executor); }));
+        EXPECT_TRUE(failure.allows([&] { listening.importer.talk(script, *executor); }));
         EXPECT_TRUE(listening.importer.stream->isOver() || listening.offers() == 1);
         EXPECT_EQ(offersToOthers(), 1);
     });
@@ -330,18 +330,18 @@ TEST_F(OfferFaults, ALookUpFindsWhatThereIsOrItsStreamEnds) {
 TEST_F(OfferFaults, AServiceThatComesIsOfferedAtTheNextLookUpAtTheLatest) {
     const std::size_t failures = failEachAllocation([&](FailingAllocation& failure) {
         Listening listening(*this);
-        listening.importer.talk(script, executor);
+        listening.importer.talk(script, *executor);
         Registration device;
         const bool done = failure.allows([&] {
             device = offerDevice();
-            listening.importer.talk({}, executor);
+            listening.importer.talk({}, *executor);
         });
         if (done) {
             EXPECT_TRUE(
                 listening.importer.stream->isOver() || listening.offers() == 1 ||
                 failure.happened());
             EXPECT_EQ(offersToOthers(), 1);
-            listening.importer.talk({}, executor);
+            listening.importer.talk({}, *executor);
             EXPECT_TRUE(listening.importer.stream->isOver() || listening.offers() == 1);
             device.Unregister();
         }
@@ -353,13 +353,13 @@ TEST_F(OfferFaults, AServiceThatComesIsOfferedAtTheNextLookUpAtTheLatest) {
 TEST_F(OfferFaults, AServiceThatGoesIsWithdrawnOrTheStreamEnds) {
     const std::size_t failures = failEachAllocation([&](FailingAllocation& failure) {
         Listening listening(*this);
-        listening.importer.talk(script, executor);
+        listening.importer.talk(script, *executor);
         auto device = offerDevice();
-        listening.importer.talk({}, executor);
+        listening.importer.talk({}, *executor);
         EXPECT_EQ(listening.offers(), 1);
         EXPECT_TRUE(failure.allows([&] {
             device.Unregister();
-            listening.importer.talk({}, executor);
+            listening.importer.talk({}, *executor);
         }));
         EXPECT_TRUE(listening.importer.stream->isOver() || listening.offers() == 0);
         EXPECT_EQ(offersToOthers(), 0);
