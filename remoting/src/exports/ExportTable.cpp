@@ -48,13 +48,15 @@ std::optional<std::string> demandedName(const std::string& filter) {
 
 } // namespace
 
-/// While services are looked at, those that go are remembered: they may not come after that.
+/// While services are looked at, those that go are remembered: what was seen of them before may not
+/// come after that.
 class ExportTable::Adding {
 public:
     explicit Adding(ExportTable& table)
         : table(table) {
         const std::lock_guard lock(table.mutex);
         ++table.adding;
+        begin = table.removals;
     }
 
     ~Adding() {
@@ -67,8 +69,15 @@ public:
     Adding(const Adding&) = delete;
     Adding& operator=(const Adding&) = delete;
 
+    /// Say whether a service has gone since it was looked at. Under the table's lock.
+    bool isGone(std::uint64_t number) const {
+        const auto gone = table.goneMeanwhile.find(number);
+        return gone != table.goneMeanwhile.end() && gone->second > begin;
+    }
+
 private:
     ExportTable& table;
+    std::uint64_t begin = 0;
 };
 
 std::shared_ptr<ExportTable> ExportTable::open(
@@ -97,7 +106,7 @@ void ExportTable::list(bool replace) {
     const Adding listing(*this);
     for (const auto& reference :
          context.GetServiceReferences<core::Invokable>(exportableFilter())) {
-        add(reference, replace);
+        add(reference, replace, listing);
     }
 }
 
@@ -136,7 +145,8 @@ void ExportTable::serviceChanged(const ServiceEvent& event) {
     case ServiceEvent::SERVICE_REGISTERED:
     case ServiceEvent::SERVICE_MODIFIED:
         try {
-            add(event.GetServiceReference(), event.GetType() == ServiceEvent::SERVICE_MODIFIED);
+            add(event.GetServiceReference(), event.GetType() == ServiceEvent::SERVICE_MODIFIED,
+                Adding(*this));
         } catch (const std::bad_alloc&) {
             // Whoever looks for something next makes up for it.
             const std::lock_guard lock(mutex);
@@ -153,8 +163,7 @@ void ExportTable::serviceChanged(const ServiceEvent& event) {
     }
 }
 
-void ExportTable::add(const ServiceReferenceBase& reference, bool replace) {
-    const Adding looking(*this);
+void ExportTable::add(const ServiceReferenceBase& reference, bool replace, const Adding& looking) {
     const std::uint64_t number = numberOf(reference);
     const auto service =
         context.GetService(cppmicroservices::ServiceReference<core::Invokable>(reference));
@@ -176,7 +185,7 @@ void ExportTable::add(const ServiceReferenceBase& reference, bool replace) {
     const auto exported = std::make_shared<ExportedService>(
         reference, number, service, std::move(properties), executor);
     const std::lock_guard lock(mutex);
-    if (closed || goneMeanwhile.contains(number) || (!replace && services.contains(number))) {
+    if (closed || looking.isGone(number) || (!replace && services.contains(number))) {
         return;
     }
     erase(number);
@@ -202,7 +211,7 @@ void ExportTable::remove(const ServiceReferenceBase& reference) {
     }
     erase(*number);
     if (adding > 0) {
-        goneMeanwhile.insert(*number);
+        goneMeanwhile[*number] = ++removals;
     }
 }
 
@@ -272,7 +281,11 @@ void ExportTable::want(Audience& audience, std::uint64_t number, const std::stri
 
 bool ExportTable::unwant(Audience& audience, std::uint64_t number) {
     const std::lock_guard lock(mutex);
-    Listener& listener = listeners[&audience];
+    const auto known = listeners.find(&audience);
+    if (known == listeners.end()) {
+        return false; // it has left
+    }
+    Listener& listener = known->second;
     const auto found = listener.wants.find(number);
     if (found == listener.wants.end()) {
         return false;

@@ -95,7 +95,9 @@ private:
     void list(bool replace);
     void listMissed();
     void serviceChanged(const cppmicroservices::ServiceEvent& event);
-    void add(const cppmicroservices::ServiceReferenceBase& reference, bool replace);
+    void
+    add(const cppmicroservices::ServiceReferenceBase& reference, bool replace,
+        const Adding& looking);
     void remove(const cppmicroservices::ServiceReferenceBase& reference);
     void insert(const std::shared_ptr<ExportedService>& service);
     void erase(std::uint64_t number);
@@ -112,7 +114,8 @@ private:
     bool closed = false;
     bool missed = false; // a service, for want of memory
     std::size_t adding = 0;
-    std::unordered_set<std::uint64_t> goneMeanwhile;
+    std::uint64_t removals = 0;                                     // while something is added
+    std::unordered_map<std::uint64_t, std::uint64_t> goneMeanwhile; // by which removal
     std::unordered_map<std::uint64_t, std::shared_ptr<ExportedService>> services;
     std::unordered_multimap<std::string, std::uint64_t> numbersByName;
     std::map<Audience*, Listener> listeners;

@@ -179,7 +179,8 @@ TEST_F(CallSessionTest, ANewCallBehindAnAbandonedOneGetsItsOwnArguments) {
     device->answer("third");
     settle();
     EXPECT_EQ(
-        client.answers, (std::vector<std::string>{"agent::orvi::core::ServiceUnavailable", "third"}));
+        client.answers,
+        (std::vector<std::string>{"agent::orvi::core::ServiceUnavailable", "third"}));
 }
 
 } // namespace

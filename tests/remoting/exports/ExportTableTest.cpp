@@ -1,0 +1,162 @@
+#include "exports/ExportTable.hpp"
+
+#include "support/Registry.hpp"
+
+#include <orvi/core/Invokable.hpp>
+
+#include <cppmicroservices/ServiceProperties.h>
+#include <cppmicroservices/ServiceRegistration.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <functional>
+#include <future>
+#include <malloc.h>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace agent::orvi::remoting::details::test {
+namespace {
+
+using cppmicroservices::ServiceProperties;
+using Registration = cppmicroservices::ServiceRegistration<core::Invokable>;
+
+/// Runs nothing: the table only hands it on.
+class NoExecutor final : public Executor {
+public:
+    void post(Task) override {}
+
+    bool wait(Wait&, std::optional<TimePoint>) override { return false; }
+
+    void finish(Wait&) override {}
+};
+
+/// A service that is asked for its description first when it is exported.
+class Described final : public core::Invokable {
+public:
+    explicit Described(std::function<void()> whenAsked = [] {})
+        : whenAsked(std::move(whenAsked)) {}
+
+    const core::ServiceInterface& serviceInterface() const override {
+        whenAsked();
+        return description;
+    }
+
+    bool hasMethod(const std::string&) const override { return false; }
+
+    void invoke(
+        std::optional<std::chrono::milliseconds>, std::string, core::CompletionHandler,
+        core::GenericPayload, bool) override {}
+
+private:
+    const std::function<void()> whenAsked;
+    const core::ServiceInterface description{"described", {1, 0}, {}, {}};
+};
+
+ServiceProperties properties(const std::string& name, bool isExported) {
+    ServiceProperties all;
+    if (!name.empty()) {
+        all["orvi.servicename"] = name;
+    }
+    if (isExported) {
+        all["service.exported.interfaces"] = std::string("*");
+    }
+    return all;
+}
+
+Registration
+registerService(const std::shared_ptr<core::Invokable>& service, const std::string& name) {
+    return streambuf::test::registryContext().RegisterService<core::Invokable>(
+        service, properties(name, true));
+}
+
+class RecordingAudience final : public Audience {
+public:
+    void offered(std::uint64_t service) override { services.insert(service); }
+
+    void withdrawn(std::uint64_t service, bool) override { services.erase(service); }
+
+    std::set<std::uint64_t> services;
+};
+
+class ExportTableTest : public testing::Test {
+protected:
+    ~ExportTableTest() override { table->close(); }
+
+    NoExecutor executor;
+    const std::shared_ptr<ExportTable> table =
+        ExportTable::open(streambuf::test::registryContext(), "endpoint", executor);
+};
+
+TEST_F(ExportTableTest, OffersAServiceThatGoesAndReturnsWhileAnotherOneIsLookedAt) {
+    Registration returning = registerService(std::make_shared<Described>(), "returning");
+    RecordingAudience audience;
+    table->want(audience, 1, "(orvi.servicename=returning)");
+    ASSERT_EQ(audience.services.size(), 1U);
+
+    std::promise<void> asked;
+    std::promise<void> answer;
+    bool isFirst = true;
+    const auto slow = std::make_shared<Described>([&] {
+        if (std::exchange(isFirst, false)) {
+            asked.set_value();
+            answer.get_future().wait();
+        }
+    });
+    auto adding = std::async(std::launch::async, [&] { return registerService(slow, ""); });
+    asked.get_future().wait();
+    returning.SetProperties(properties("returning", false));
+    EXPECT_TRUE(audience.services.empty());
+    returning.SetProperties(properties("returning", true));
+    EXPECT_EQ(audience.services.size(), 1U);
+    answer.set_value();
+    adding.get().Unregister();
+    EXPECT_EQ(audience.services.size(), 1U);
+    table->leave(audience);
+    returning.Unregister();
+}
+
+TEST_F(ExportTableTest, DoesNotOfferAServiceThatGoesWhileItIsLookedAt) {
+    Registration registration;
+    const auto service = std::make_shared<Described>([&] {
+        if (auto gone = std::exchange(registration, {})) {
+            gone.Unregister();
+        }
+    });
+    registration = registerService(service, "named"); // not asked: it has a name
+    RecordingAudience audience;
+    table->want(audience, 1, "(orvi.servicename=*)");
+    ASSERT_EQ(audience.services.size(), 1U);
+    registration.SetProperties(properties("", true));
+    EXPECT_TRUE(audience.services.empty());
+    table->leave(audience);
+}
+
+TEST_F(ExportTableTest, KeepsNothingOfAnAudienceThatHasLeft) {
+    const auto look = [&] {
+        std::vector<RecordingAudience> audiences(100000);
+        for (RecordingAudience& audience : audiences) {
+            table->want(audience, 1, "(a=b)");
+            table->leave(audience);
+            EXPECT_FALSE(table->unwant(audience, 1)); // it was on its way
+        }
+    };
+    look();
+    const auto before = ::mallinfo2().uordblks;
+    look();
+    look();
+    EXPECT_LT(::mallinfo2().uordblks, before + 1000000);
+    // The addresses of those that are gone may be those of others.
+    RecordingAudience audience;
+    table->want(audience, 1, "(a=b)");
+    EXPECT_TRUE(table->unwant(audience, 1));
+    EXPECT_FALSE(table->unwant(audience, 1));
+    table->leave(audience);
+}
+
+} // namespace
+} // namespace agent::orvi::remoting::details::test
