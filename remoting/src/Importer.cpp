@@ -45,6 +45,8 @@ constexpr std::chrono::milliseconds longestRetry{5000};
 /// A connection that has lasted for this long was not in vain: the next attempt follows soon again.
 constexpr std::chrono::milliseconds usefulTime{5000};
 
+constexpr std::string_view socketPrefix = "unix:"; // of the addresses of local endpoints
+
 void check(const ImporterOptions& options) {
     const auto demand = [](bool holds, const char* text) {
         if (!holds) {
@@ -159,17 +161,16 @@ private:
         if (!options.targets.empty()) {
             // Whoever waits for answers waits for those whose names are not resolved yet, too.
             for (const std::string& target : options.targets) {
+                unresolved.insert(target);
                 setStatus({target, PeerStatus::State::connecting, "", ""});
             }
             targets = std::make_unique<TargetPeers>(
                 housekeeper, options.targets,
                 [this](const std::string& target, const std::vector<TargetAddress>& addresses) {
-                    for (const TargetAddress& address : addresses) {
-                        connectTarget(address);
-                    }
-                    replaceTarget(target, addresses);
+                    targetResolved(target, addresses);
                 },
                 [this](const std::string& target, const std::string& reason) {
+                    unresolved.insert(target);
                     setStatus({target, PeerStatus::State::failed, "", reason});
                 });
         }
@@ -237,18 +238,32 @@ private:
         });
     }
 
-    /// Know a target by its addresses from now on.
-    void replaceTarget(const std::string& target, const std::vector<TargetAddress>& addresses) {
-        if (std::any_of(addresses.begin(), addresses.end(), [&](const TargetAddress& address) {
-                return address.address() == target;
-            })) {
-            return;
+    void targetResolved(const std::string& target, const std::vector<TargetAddress>& addresses) {
+        unresolved.erase(target);
+        std::set<std::string>& named = addressesOfTarget[target];
+        named.clear();
+        for (const TargetAddress& address : addresses) {
+            named.insert(address.address());
         }
-        {
-            const std::lock_guard lock(mutex);
-            statuses.erase(target);
+        for (const TargetAddress& address : addresses) {
+            connectTarget(address);
         }
+        forgetUnnamedTargets();
         table->lookAgain();
+    }
+
+    /// Forget what is not connected and what no target leads to any more.
+    void forgetUnnamedTargets() {
+        const auto isNamed = [this](const std::string& address) {
+            return unresolved.contains(address) || targetOfAddress.contains(address) ||
+                   std::any_of(
+                       addressesOfTarget.begin(), addressesOfTarget.end(),
+                       [&](const auto& target) { return target.second.contains(address); });
+        };
+        const std::lock_guard lock(mutex);
+        std::erase_if(statuses, [&](const auto& status) {
+            return !status.first.starts_with(socketPrefix) && !isNamed(status.first);
+        });
     }
 
     void connectTarget(const TargetAddress& address) {
@@ -317,8 +332,7 @@ private:
             targets->retry(target.mapped());
             return;
         }
-        constexpr std::string_view prefix = "unix:";
-        const std::filesystem::path socket = address.substr(prefix.size());
+        const std::filesystem::path socket = address.substr(socketPrefix.size());
         if (wasUseful) {
             retries.erase(socket);
         }
@@ -378,6 +392,8 @@ private:
     std::map<std::filesystem::path, ProcessWatch> processes;
     std::map<std::string, std::string> targetOfAddress; // while there is a connection
     std::map<std::string, std::chrono::steady_clock::time_point> connectedSince;
+    std::map<std::string, std::set<std::string>> addressesOfTarget; // as they were resolved last
+    std::set<std::string> unresolved;                               // targets
 
     std::unique_ptr<LocalPeers> localPeers;
     std::unique_ptr<TargetPeers> targets;

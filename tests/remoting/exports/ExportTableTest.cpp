@@ -87,7 +87,7 @@ class ExportTableTest : public testing::Test {
 protected:
     ~ExportTableTest() override { table->close(); }
 
-    NoExecutor executor;
+    const std::shared_ptr<NoExecutor> executor = std::make_shared<NoExecutor>();
     const std::shared_ptr<ExportTable> table =
         ExportTable::open(streambuf::test::registryContext(), "endpoint", executor);
 };

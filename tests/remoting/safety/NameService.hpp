@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+
+namespace agent::orvi::remoting::test {
+
+/// What the name service of this process says of one name, instead of the system's.
+///
+/// Link NameService.cpp, which stands before a function of the C library. One at a time.
+///
+/// Thread safety: thread-safe.
+class NameService {
+public:
+    /// Let a name be unknown.
+    explicit NameService(std::string name);
+
+    /// Leave all names to the system again.
+    ~NameService();
+
+    NameService(const NameService&) = delete;
+    NameService& operator=(const NameService&) = delete;
+
+    /// Let it have one numeric address.
+    void set(const std::string& address);
+};
+
+} // namespace agent::orvi::remoting::test
