@@ -94,11 +94,13 @@ public:
         reactor = Reactor::start(
             std::make_unique<grpc::CompletionQueue>(), importTasks, options.busyPolling);
         table = ImportTable::open(
-            context, reactor, [self = weak_from_this()](PeerLink& link, const StreamEnd* end) {
+            context, reactor,
+            [self = weak_from_this()](PeerLink& link, const StreamEnd* end) {
                 if (const auto alive = self.lock()) {
                     alive->linkChanged(link, end);
                 }
-            });
+            },
+            options.limits);
         // What they report finds both of them there.
         housekeeper.runAndWait([&] { lookForPeers(options); });
         // What a handler posts is queued when it ends, which is after others hear of its end: what

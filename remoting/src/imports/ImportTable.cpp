@@ -22,6 +22,11 @@ bool isLocal(const std::string& key) {
            key == cppmicroservices::Constants::SERVICE_SCOPE;
 }
 
+/// Return what is the same for all links to one endpoint.
+const std::string& nameOf(const PeerLink& link) {
+    return link.endpoint().empty() ? link.address() : link.endpoint();
+}
+
 cppmicroservices::AnyMap propertiesOf(const PeerLink& link, const v1::Offer& offer) {
     cppmicroservices::AnyMap properties(
         cppmicroservices::AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS);
@@ -50,9 +55,9 @@ registrationProperties(const cppmicroservices::AnyMap& properties) {
 
 std::shared_ptr<ImportTable> ImportTable::open(
     const cppmicroservices::BundleContext& context, std::shared_ptr<Executor> executor,
-    LinkChanged linkChanged) {
+    LinkChanged linkChanged, const ImporterLimits& limits) {
     auto table =
-        std::make_shared<ImportTable>(context, std::move(executor), std::move(linkChanged));
+        std::make_shared<ImportTable>(context, std::move(executor), std::move(linkChanged), limits);
     table->wants = std::make_shared<Wants>(
         [self = std::weak_ptr(table)](const Wants::Want& want, bool wanted) {
             if (const auto alive = self.lock()) {
@@ -66,37 +71,61 @@ std::shared_ptr<ImportTable> ImportTable::open(
 
 ImportTable::ImportTable(
     cppmicroservices::BundleContext context, std::shared_ptr<Executor> executor,
-    LinkChanged linkChanged)
+    LinkChanged linkChanged, const ImporterLimits& limits)
     : context(std::move(context))
     , executor(std::move(executor))
     , linkChanged(std::move(linkChanged))
+    , limits(limits)
     , framework(cppmicroservices::any_cast<std::string>(
           this->context.GetProperty(cppmicroservices::Constants::FRAMEWORK_UUID))) {}
 
 void ImportTable::connect(std::shared_ptr<Connection> connection, const std::string& address) {
     const auto link =
         std::make_shared<PeerLink>(std::move(connection), shared_from_this(), address, framework);
-    bool refused = false;
+    {
+        const std::lock_guard lock(mutex);
+        if (closed) {
+            return;
+        }
+        links.insert(link);
+    }
+    link->open();
+}
+
+void ImportTable::greeted(PeerLink& link) {
+    const auto self = link.shared_from_this();
+    bool isFirst = false;
+    {
+        const std::lock_guard lock(mutex);
+        Links& known = linksTo[nameOf(link)];
+        known.push_back(self);
+        isFirst = known.size() == 1;
+    }
+    if (isFirst) {
+        ask(self);
+    }
+}
+
+void ImportTable::ask(const std::shared_ptr<PeerLink>& link) {
     // No look-up may come or go between those that are told now and those that are told later.
     wants->forEach(
         [&](const Wants::Want& want) { link->change(want, true); },
         [&] {
             const std::lock_guard lock(mutex);
-            refused = closed;
-            if (!refused) {
-                links.insert(link);
-            }
+            asked.insert(link);
         });
-    if (!refused) {
-        link->open();
-    }
+}
+
+bool ImportTable::isAsked(const std::shared_ptr<PeerLink>& link) {
+    const std::lock_guard lock(mutex);
+    return asked.contains(link);
 }
 
 void ImportTable::wantChanged(const Wants::Want& want, bool wanted) {
-    std::vector<std::shared_ptr<PeerLink>> told;
+    Links told;
     {
         const std::lock_guard lock(mutex);
-        told.assign(links.begin(), links.end());
+        told.assign(asked.begin(), asked.end());
     }
     for (const auto& link : told) {
         link->change(want, wanted);
@@ -113,6 +142,8 @@ void ImportTable::offered(PeerLink& link, const v1::Offer& offer) {
             import(from, offer);
         } catch (const ProtocolError& error) {
             from->connection()->close({StreamEnd::Kind::protocolError, error.what()});
+        } catch (const LimitExceeded& error) {
+            from->connection()->close({StreamEnd::Kind::limitExceeded, error.what()});
         } catch (const std::exception&) {
             // The registry refuses it: it stays unknown here.
         }
@@ -120,41 +151,68 @@ void ImportTable::offered(PeerLink& link, const v1::Offer& offer) {
 }
 
 void ImportTable::import(const std::shared_ptr<PeerLink>& link, const v1::Offer& offer) {
+    if (!isAsked(link)) {
+        return; // another link to the same endpoint is
+    }
     Import import{offer.SerializeAsString(), propertiesOf(*link, offer), {}};
-    Imports& services = imported[link.get()];
-    const auto known = services.find(offer.service());
-    if (known != services.end() && known->second.offer == import.offer) {
+    Imported& peer = imported[link.get()];
+    const auto known = peer.services.find(offer.service());
+    const bool isKnown = known != peer.services.end();
+    if (isKnown && known->second.offer == import.offer) {
         return; // it was unwanted for a moment
     }
     if (!wants->match(import.properties)) {
         return; // nobody looks for it, any more or at all
     }
+    checkRoom(peer, isKnown ? &known->second : nullptr, import);
     auto service = ImportedService::make(
         {link->connection(), executor, offer.service(), link->address()}, offer.interface());
     import.registration = context.RegisterService<core::Invokable>(
         std::static_pointer_cast<core::Invokable>(std::move(service)),
         registrationProperties(import.properties));
     Imports replaced;
-    if (known != services.end()) {
-        replaced.insert(services.extract(known));
+    if (isKnown) {
+        replaced = take(peer, known);
     }
-    services.emplace(offer.service(), std::move(import));
+    peer.bytes += import.offer.size();
+    peer.services.emplace(offer.service(), std::move(import));
     drop(std::move(replaced));
+}
+
+/// @throws LimitExceeded when the peer offers more than it may.
+void ImportTable::checkRoom(
+    const Imported& peer, const Import* replaced, const Import& import) const {
+    if (replaced == nullptr && peer.services.size() >= limits.services) {
+        throw LimitExceeded(
+            "The endpoint offers more than " + std::to_string(limits.services) + " services.");
+    }
+    const std::uint64_t kept = peer.bytes - (replaced == nullptr ? 0 : replaced->offer.size());
+    if (kept > limits.serviceBytes || import.offer.size() > limits.serviceBytes - kept) {
+        throw LimitExceeded(
+            "The endpoint offers services that take more than " +
+            std::to_string(limits.serviceBytes) + " bytes.");
+    }
+}
+
+ImportTable::Imports ImportTable::take(Imported& peer, Imports::iterator service) {
+    peer.bytes -= service->second.offer.size();
+    Imports taken;
+    taken.insert(peer.services.extract(service));
+    return taken;
 }
 
 void ImportTable::withdrawn(PeerLink& link, const v1::Withdrawal& withdrawal) {
     enqueueNews(
         link, [this, from = link.shared_from_this(), service = withdrawal.service(),
                unwanted = withdrawal.unwanted()] {
-            Imports& services = imported[from.get()];
-            const auto known = services.find(service);
+            Imported& peer = imported[from.get()];
+            const auto known = peer.services.find(service);
             // Somebody may have begun to look for it again, and may be about to use it.
-            if (known == services.end() || (unwanted && wants->match(known->second.properties))) {
+            if (known == peer.services.end() ||
+                (unwanted && wants->match(known->second.properties))) {
                 return;
             }
-            Imports ended;
-            ended.insert(services.extract(known));
-            drop(std::move(ended));
+            drop(take(peer, known));
         });
 }
 
@@ -166,18 +224,37 @@ void ImportTable::lost(PeerLink& link, const StreamEnd& end) {
     enqueue([this, from = link.shared_from_this(), end] {
         Imports ended;
         if (auto known = imported.extract(from.get())) {
-            ended = std::move(known.mapped());
+            ended = std::move(known.mapped().services);
         }
         drop(std::move(ended));
-        {
-            const std::lock_guard lock(mutex);
-            links.erase(from);
-        }
+        const auto next = remove(from);
         // Without the control stream nobody hears of withdrawals: what remains of the connection
         // must not go on as if nothing had happened.
         from->connection()->close(end);
         linkChanged(*from, &end);
+        if (next) {
+            ask(next);
+        }
     });
+}
+
+/// Forget a link.
+///
+/// @return the one that takes its place, null when there is none or none is needed.
+std::shared_ptr<PeerLink> ImportTable::remove(const std::shared_ptr<PeerLink>& link) {
+    const std::lock_guard lock(mutex);
+    links.erase(link);
+    const bool wasAsked = asked.erase(link) > 0;
+    const auto known = linksTo.find(nameOf(*link));
+    if (known == linksTo.end()) {
+        return nullptr;
+    }
+    std::erase(known->second, link);
+    if (known->second.empty()) {
+        linksTo.erase(known);
+        return nullptr;
+    }
+    return wasAsked ? known->second.front() : nullptr;
 }
 
 void ImportTable::drop(Imports services) noexcept {

@@ -4,6 +4,7 @@
 #include "imports/Wants.hpp"
 
 #include <orvi/core/Invokable.hpp>
+#include <orvi/remoting/Importer.hpp>
 
 #include <cppmicroservices/AnyMap.h>
 #include <cppmicroservices/BundleContext.h>
@@ -18,6 +19,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace agent::orvi::remoting::details {
 
@@ -34,14 +36,15 @@ public:
     /// Look for what the registry's listeners look for.
     static std::shared_ptr<ImportTable> open(
         const cppmicroservices::BundleContext& context, std::shared_ptr<Executor> executor,
-        LinkChanged linkChanged);
+        LinkChanged linkChanged, const ImporterLimits& limits = {});
 
     /// Use `open`.
     ImportTable(
         cppmicroservices::BundleContext context, std::shared_ptr<Executor> executor,
-        LinkChanged linkChanged);
+        LinkChanged linkChanged, const ImporterLimits& limits);
 
-    /// Import what a peer offers.
+    /// Import what a peer offers. Of several links to one endpoint, the first to connect is asked,
+    /// and another one when that is lost.
     void connect(std::shared_ptr<Connection> connection, const std::string& address);
 
     /// Unregister everything, and end the connections with this end. Does not wait for that.
@@ -64,6 +67,7 @@ public:
     /// Say whether every connected peer has offered what is looked for.
     bool isSettled();
 
+    void greeted(PeerLink& link) override;
     void connected(PeerLink& link) override;
     void offered(PeerLink& link, const v1::Offer& offer) override;
     void withdrawn(PeerLink& link, const v1::Withdrawal& withdrawal) override;
@@ -81,16 +85,29 @@ private:
 
     using Imports = std::map<std::uint64_t, Import>; // by the exporter's number
 
+    struct Imported {
+        Imports services;
+        std::uint64_t bytes = 0; // of their offers
+    };
+
+    using Links = std::vector<std::shared_ptr<PeerLink>>;
+
     void wantChanged(const Wants::Want& want, bool wanted);
     void enqueueNews(PeerLink& link, std::function<void()> change);
     void enqueue(std::function<void()> change);
     void runChanges();
+    void ask(const std::shared_ptr<PeerLink>& link);
+    bool isAsked(const std::shared_ptr<PeerLink>& link);
+    std::shared_ptr<PeerLink> remove(const std::shared_ptr<PeerLink>& link);
     void import(const std::shared_ptr<PeerLink>& link, const v1::Offer& offer);
+    void checkRoom(const Imported& peer, const Import* replaced, const Import& import) const;
+    Imports take(Imported& peer, Imports::iterator service);
     void drop(Imports services) noexcept;
 
     cppmicroservices::BundleContext context;
     const std::shared_ptr<Executor> executor;
     const LinkChanged linkChanged;
+    const ImporterLimits limits;
     const std::string framework;
     std::shared_ptr<Wants> wants;
     cppmicroservices::ServiceRegistration<cppmicroservices::ServiceListenerHook> hook;
@@ -99,7 +116,10 @@ private:
     std::condition_variable changed;
     bool closed = false;
     std::set<std::shared_ptr<PeerLink>> links;
-    std::map<const PeerLink*, Imports> imported; // of the changes, one at a time
+    std::map<std::string, Links>
+        linksTo; // by endpoint, those that have greeted; the first is asked
+    std::set<std::shared_ptr<PeerLink>> asked;
+    std::map<const PeerLink*, Imported> imported; // of the changes, one at a time
 
     // Changes of the registry, one after another, since listeners run meanwhile.
     std::deque<std::function<void()>> changes;

@@ -215,6 +215,7 @@ void PeerLink::greeted(const v1::Hello& hello) {
     }
     endpointId = hello.endpoint();
     frameworkId = hello.framework();
+    receiver->greeted(*this);
     {
         const std::lock_guard lock(mutex);
         ready = true;

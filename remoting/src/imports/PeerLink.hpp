@@ -24,7 +24,10 @@ public:
     /// an offer, a withdrawal or a settling has been dealt with.
     class Receiver {
     public:
-        /// The peer has greeted, or takes other look-ups than before.
+        /// The peer has said who it is: the moment to say what is looked for.
+        virtual void greeted(PeerLink& link) = 0;
+
+        /// The link is ready, or the peer takes other look-ups than before.
         virtual void connected(PeerLink& link) = 0;
         virtual void offered(PeerLink& link, const v1::Offer& offer) = 0;
         virtual void withdrawn(PeerLink& link, const v1::Withdrawal& withdrawal) = 0;
@@ -61,7 +64,7 @@ public:
 
     const std::string& address() const noexcept { return peerAddress; }
 
-    /// Return the names that the peer has given. Once it is connected.
+    /// Return the names that the peer has given. Once it has greeted.
     const std::string& endpoint() const noexcept { return endpointId; }
 
     const std::string& peerFramework() const noexcept { return frameworkId; }

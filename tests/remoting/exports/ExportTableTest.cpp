@@ -30,6 +30,8 @@ class NoExecutor final : public Executor {
 public:
     void post(Task) override {}
 
+    void postBrief(Task) override {}
+
     bool wait(Wait&, std::optional<TimePoint>) override { return false; }
 
     void finish(Wait&) override {}

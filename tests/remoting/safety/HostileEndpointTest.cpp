@@ -125,6 +125,7 @@ protected:
         options.local = false;
         options.targets = {address()};
         options.plainLoopback = true;
+        options.limits = limits;
         importer.emplace(options);
     }
 
@@ -196,6 +197,7 @@ protected:
     }
 
     const boost::uuids::uuid uuid = streambuf::test::newUuid();
+    ImporterLimits limits;
     std::optional<RawEndpoint> endpoint;
     std::optional<Importer> importer;
     std::optional<streambuf::StreamBuffer> connected;
@@ -462,6 +464,93 @@ TEST_F(HostileEndpointTest, IsDisconnectedWhenItsOffersAreMalformed) {
         importer.reset();
         endpoint.reset();
     }
+}
+
+/// Looks for all streams there are.
+class BroadLookUp {
+public:
+    BroadLookUp()
+        : tracker(
+              streambuf::test::registryContext(),
+              cppmicroservices::LDAPFilter("(&(orvi.servicename=*)(service.imported=true))")) {
+        tracker.Open();
+    }
+
+    ~BroadLookUp() { tracker.Close(); }
+
+    BroadLookUp(const BroadLookUp&) = delete;
+    BroadLookUp& operator=(const BroadLookUp&) = delete;
+
+    std::size_t found() const { return tracker.GetServiceReferences().size(); }
+
+private:
+    cppmicroservices::ServiceTracker<core::Invokable> tracker;
+};
+
+/// Offer a number of services to the first look-up, with a text of some bytes each; then replace
+/// the first of them by itself with another text, as often as it is told.
+Script offeringMany(std::uint64_t count, std::size_t bytes, int replacements = 0) {
+    return [=, offer = offerOf(streambuf::test::newUuid())](
+               grpc::ServerContext&, Stream& stream) mutable {
+        v1::Property& text = *offer.mutable_offer()->add_properties();
+        text.set_key("text");
+        stream.Write(hello());
+        v1::Frame frame;
+        stream.Read(&frame);
+        while (!frame.has_want()) {
+            stream.Read(&frame);
+        }
+        const auto write = [&](std::uint64_t number, char letter) {
+            offer.mutable_offer()->set_service(number);
+            text.mutable_value()->set_text(std::string(bytes, letter));
+            stream.Write(offer);
+        };
+        for (std::uint64_t number = 1; number <= count; ++number) {
+            write(number, 'a');
+        }
+        for (int i = 0; i < replacements; ++i) {
+            write(1, static_cast<char>('b' + i % 20));
+        }
+        v1::Frame settled;
+        settled.mutable_settled()->set_id(frame.want().id());
+        stream.Write(settled);
+        readAll(stream);
+        return grpc::Status::OK;
+    };
+}
+
+TEST_F(HostileEndpointTest, MayOfferAsManyServicesAsTheImporterTakes) {
+    limits.services = 5;
+    const BroadLookUp lookUp;
+    start(offeringMany(5, 10, 20), {});
+    ASSERT_TRUE(eventually([&] { return lookUp.found() == 5; }));
+    EXPECT_TRUE(importer->waitUntilSettled(longTime));
+    EXPECT_EQ(importer->peers().at(0).state, PeerStatus::State::connected);
+}
+
+TEST_F(HostileEndpointTest, IsDisconnectedWhenItOffersMoreServices) {
+    limits.services = 5;
+    const BroadLookUp lookUp;
+    start(offeringMany(6, 10), {});
+    EXPECT_EQ(failedPeer().error, "The endpoint offers more than 5 services.");
+    EXPECT_TRUE(eventually([&] { return lookUp.found() == 0; }));
+}
+
+TEST_F(HostileEndpointTest, MayOfferServicesOfAsManyBytesAsTheImporterTakes) {
+    limits.serviceBytes = 500000;
+    const BroadLookUp lookUp;
+    start(offeringMany(4, 100000, 20), {});
+    ASSERT_TRUE(eventually([&] { return lookUp.found() == 4; }));
+    EXPECT_TRUE(importer->waitUntilSettled(longTime));
+    EXPECT_EQ(importer->peers().at(0).state, PeerStatus::State::connected);
+}
+
+TEST_F(HostileEndpointTest, IsDisconnectedWhenItOffersServicesOfMoreBytes) {
+    limits.serviceBytes = 500000;
+    const BroadLookUp lookUp;
+    start(offeringMany(5, 100000), {});
+    EXPECT_EQ(failedPeer().error, "The endpoint offers services that take more than 500000 bytes.");
+    EXPECT_TRUE(eventually([&] { return lookUp.found() == 0; }));
 }
 
 TEST_F(HostileEndpointTest, IsTriedEverMoreSlowlyWhenItGreetsAndHangsUp) {

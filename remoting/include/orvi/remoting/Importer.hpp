@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -12,6 +13,13 @@
 #include <vector>
 
 namespace agent::orvi::remoting {
+
+/// What one endpoint may have an importer keep at most. One that offers more of what is looked for
+/// is disconnected: calls end with `LimitExceeded`, and it is tried again ever more slowly.
+struct ImporterLimits {
+    std::size_t services = 262144; ///< Services that are looked for, at a time.
+    std::uint64_t serviceBytes = std::uint64_t{256} << 20; ///< Bytes of their descriptions.
+};
 
 /// Where an `Importer` looks for endpoints.
 struct ImporterOptions {
@@ -41,6 +49,8 @@ struct ImporterOptions {
     /// lately come within that time. Spares being woken, which takes longer than a small call does.
     /// 0: never. At most 10 ms. Has no effect on a single processor.
     std::chrono::microseconds busyPolling{100};
+
+    ImporterLimits limits; ///< What one endpoint may offer at most.
 };
 
 /// One endpoint that an importer knows. A value.
