@@ -122,13 +122,20 @@ public:
         localPeers.reset();
         targets.reset();
         using Clock = std::chrono::system_clock;
+        const StreamEnd end{StreamEnd::Kind::disconnected, "The importer has been closed"};
+        const auto streamLimit = Clock::now() + streamEndTime;
+        const auto open = takeConnections();
         if (table) {
-            table->close({StreamEnd::Kind::disconnected, "The importer has been closed"});
-            table->awaitIdle(Clock::now() + streamEndTime);
+            table->close(end);
         }
-        for (const auto& connection : takeConnections()) {
-            connection->close({StreamEnd::Kind::disconnected, "The importer has been closed"});
-            connection->awaitStreams(Clock::now() + streamEndTime);
+        for (const auto& connection : open) {
+            connection->close(end);
+        }
+        if (table) {
+            table->awaitIdle(streamLimit);
+        }
+        for (const auto& connection : open) {
+            connection->awaitStreams(streamLimit);
         }
         reactor->stop(Clock::now() + threadEndTime);
         reactor.reset();
