@@ -1,5 +1,6 @@
 #include <orvi/remoting/Importer.hpp>
 
+#include "carrier/TimeLimit.hpp"
 #include "discovery/Housekeeper.hpp"
 #include "discovery/LocalAddress.hpp"
 #include "discovery/LocalPeers.hpp"
@@ -152,7 +153,7 @@ public:
     }
 
     bool waitUntilSettled(std::chrono::milliseconds time) {
-        const auto limit = std::chrono::system_clock::now() + time;
+        const auto limit = timeLimitIn(time);
         housekeeper.runAndWait([] {}); // the directory has been looked at then
         return table->awaitSettled(limit, [this] {
             const auto known = peers();

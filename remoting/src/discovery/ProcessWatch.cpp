@@ -1,5 +1,6 @@
 #include "discovery/ProcessWatch.hpp"
 
+#include "carrier/ProcessDescriptor.hpp"
 #include "discovery/Descriptor.hpp"
 #include "discovery/LocalAddress.hpp"
 #include "discovery/SystemCall.hpp"
@@ -13,7 +14,6 @@
 
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 
 #ifndef SO_PEERPIDFD
 #define SO_PEERPIDFD 77 // newer than the C library
@@ -91,11 +91,6 @@ ProcessWatch& ProcessWatch::operator=(ProcessWatch&&) noexcept = default;
 
 namespace {
 
-// The C library of Debian 12 declares its own function in a way that C++ cannot link to.
-int openProcess(pid_t process) {
-    return static_cast<int>(::syscall(SYS_pidfd_open, process, 0));
-}
-
 /// Make a watch of what a system call has returned.
 ///
 /// @param error its error; the kernel does not find processes that have ended.
@@ -121,8 +116,8 @@ watchOf(Housekeeper& housekeeper, Descriptor process, int error, std::function<v
 } // namespace
 
 ProcessWatch watchProcess(Housekeeper& housekeeper, pid_t process, std::function<void()> ended) {
-    Descriptor descriptor(process > 0 ? openProcess(process) : -1);
-    const int error = process > 0 ? errno : EINVAL;
+    Descriptor descriptor(openProcess(process));
+    const int error = errno;
     return watchOf(housekeeper, std::move(descriptor), error, std::move(ended));
 }
 

@@ -1,5 +1,6 @@
 #include "grpc/ClientConnection.hpp"
 
+#include "carrier/ProcessDescriptor.hpp"
 #include "grpc/ClientStream.hpp"
 #include "grpc/Credentials.hpp"
 #include "grpc/Throughput.hpp"
@@ -8,9 +9,10 @@
 #include <grpcpp/grpcpp.h>
 
 #include <poll.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <limits>
 #include <utility>
 #include <vector>
 
@@ -20,12 +22,12 @@ namespace {
 /// How long a process whose connection has ended may take to end itself.
 constexpr int exitTimeMs = 200;
 
-int openProcess(pid_t process) {
-    // The C library of Debian 12 has a wrapper of this call only in a header that C++ rejects.
-    return process > 0 ? static_cast<int>(syscall(SYS_pidfd_open, process, 0)) : -1;
-}
-
 } // namespace
+
+int grpcMilliseconds(std::chrono::milliseconds time) {
+    constexpr std::chrono::milliseconds longest{std::numeric_limits<int>::max()};
+    return static_cast<int>(std::min(time, longest).count());
+}
 
 StreamEnd processHasEnded() {
     return {StreamEnd::Kind::terminated, "Its process has ended."};

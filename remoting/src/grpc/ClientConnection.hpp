@@ -27,6 +27,9 @@ struct Keepalive {
     std::chrono::milliseconds timeout;
 };
 
+/// Return a time as gRPC takes it: its longest time never ends.
+int grpcMilliseconds(std::chrono::milliseconds time);
+
 /// The end of the streams to a process that has ended.
 StreamEnd processHasEnded();
 

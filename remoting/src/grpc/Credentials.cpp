@@ -69,8 +69,8 @@ private:
 grpc::ChannelArguments clientArguments(Keepalive keepalive) {
     grpc::ChannelArguments arguments;
     arguments.SetMaxReceiveMessageSize(static_cast<int>(maximumFrameSize));
-    arguments.SetInt(GRPC_ARG_KEEPALIVE_TIME_MS, static_cast<int>(keepalive.time.count()));
-    arguments.SetInt(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, static_cast<int>(keepalive.timeout.count()));
+    arguments.SetInt(GRPC_ARG_KEEPALIVE_TIME_MS, grpcMilliseconds(keepalive.time));
+    arguments.SetInt(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, grpcMilliseconds(keepalive.timeout));
     arguments.SetInt(GRPC_ARG_KEEPALIVE_PERMIT_WITHOUT_CALLS, 1);
     arguments.SetInt(GRPC_ARG_HTTP2_MAX_PINGS_WITHOUT_DATA, 0);
     arguments.SetInt(GRPC_ARG_HTTP2_WRITE_BUFFER_SIZE, bytesSentTogether);

@@ -46,8 +46,9 @@ private:
 };
 
 void setArguments(grpc::ServerBuilder& builder, const ServerSettings& settings) {
-    const auto time = static_cast<int>(settings.keepalive.time.count());
-    const auto timeout = static_cast<int>(settings.keepalive.timeout.count());
+    constexpr std::size_t mostStreams = std::size_t{1} << 30;
+    const int time = grpcMilliseconds(settings.keepalive.time);
+    const int timeout = grpcMilliseconds(settings.keepalive.timeout);
     builder.SetMaxReceiveMessageSize(static_cast<int>(maximumFrameSize));
     builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIME_MS, time);
     builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, timeout);
@@ -56,7 +57,7 @@ void setArguments(grpc::ServerBuilder& builder, const ServerSettings& settings) 
     builder.AddChannelArgument(GRPC_ARG_HTTP2_MIN_RECV_PING_INTERVAL_WITHOUT_DATA_MS, 100);
     builder.AddChannelArgument(
         GRPC_ARG_MAX_CONCURRENT_STREAMS,
-        static_cast<int>(std::min<std::size_t>(settings.streams + 1, std::size_t{1} << 30)));
+        static_cast<int>(std::min(settings.streams, mostStreams) + 1));
     builder.AddChannelArgument("grpc.server_handshake_timeout_ms", handshakeTimeMs);
     builder.AddChannelArgument(GRPC_ARG_HTTP2_WRITE_BUFFER_SIZE, bytesSentTogether);
 }

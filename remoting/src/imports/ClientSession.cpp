@@ -1,6 +1,7 @@
 #include "imports/ClientSession.hpp"
 
 #include "carrier/FailedEvents.hpp"
+#include "carrier/TimeLimit.hpp"
 #include "imports/StreamErrors.hpp"
 #include "wire/ErrorCodec.hpp"
 #include "wire/FrameLimits.hpp"
@@ -43,7 +44,7 @@ core::GenericPayload ClientSession::call(
     core::GenericPayload arguments, bool withoutAnswer) {
     std::optional<Executor::TimePoint> end;
     if (timeLimit) {
-        end = std::chrono::system_clock::now() + *timeLimit;
+        end = timeLimitIn(*timeLimit);
     }
     if (!process.isHere()) {
         std::rethrow_exception(errorOf(

@@ -88,6 +88,27 @@ TEST_F(ImportedService, DescribesTheExportedInterface) {
     EXPECT_FALSE(service->hasMethod("seekpos"));
 }
 
+TEST_F(ImportedService, MayBeWaitedForAsLongAsATimeCanBe) {
+    const auto uuid = publish(publisher, "device", "kind=memory size=10");
+    ImporterOptions options = importing();
+    options.keepaliveTime = std::chrono::milliseconds::max();
+    options.keepaliveTimeout = std::chrono::milliseconds::max();
+    const Importer importer(options);
+    LookUp lookUp(uuid);
+    EXPECT_TRUE(importer.waitUntilSettled(std::chrono::milliseconds::max()));
+    const auto service = lookUp.wait();
+    ASSERT_NE(service, nullptr);
+    std::string answer;
+    service->invoke(
+        std::chrono::milliseconds::max(), "read",
+        {[&](core::GenericPayload payload) { answer = payload.take<std::string>(0); },
+         [&](const std::exception_ptr& error) {
+             answer = errorOf([&] { std::rethrow_exception(error); });
+         }},
+        core::GenericPayload::fromValues(std::int64_t{10}), false);
+    EXPECT_EQ(answer, pattern(10));
+}
+
 TEST_F(ImportedService, IsThereOnceForEachEndpointThatOffersIt) {
     publisher.ask("open-second-endpoint" + where());
     const auto uuid = publish(publisher, "device", "kind=memory size=10");

@@ -216,6 +216,20 @@ TEST_F(LimitsTest, ClosesMoreConnectionsAtOnce) {
     EXPECT_TRUE(eventually([&] { return isServed(); }));
 }
 
+TEST_F(LimitsTest, MayBeTheLargestNumbersThereAre) {
+    options.limits.connections = std::numeric_limits<std::size_t>::max();
+    options.limits.streams = std::numeric_limits<std::size_t>::max();
+    options.limits.callsInFlight = std::numeric_limits<std::size_t>::max();
+    options.limits.bytesPerCall = std::numeric_limits<std::uint64_t>::max();
+    options.limits.bytesInFlight = std::numeric_limits<std::uint64_t>::max();
+    options.limits.wantedFilters = std::numeric_limits<std::size_t>::max();
+    options.threads = std::numeric_limits<std::size_t>::max();
+    options.keepaliveTime = std::chrono::milliseconds::max();
+    options.keepaliveTimeout = std::chrono::milliseconds::max();
+    publish();
+    EXPECT_TRUE(isServed());
+}
+
 TEST_F(LimitsTest, RefusesMoreLookUps) {
     options.limits.wantedFilters = 3;
     publish();
