@@ -113,16 +113,42 @@ void ClientConnection::streamEnded(ClientStream& stream) {
     }
 }
 
-/// Return how a stream has ended: of a lost connection, the first stream to end knows more than
-/// those that find it gone.
-StreamEnd ClientConnection::withKnownCause(StreamEnd end) {
-    const std::lock_guard lock(mutex);
-    if (end.kind == StreamEnd::Kind::unresponsive || end.kind == StreamEnd::Kind::terminated) {
-        loss = end;
-    } else if (end.kind == StreamEnd::Kind::disconnected && loss) {
-        return *loss;
+/// Conclude a stream that this side has not ended. Of a lost connection, the first stream to end
+/// knows more than those that find it gone.
+void ClientConnection::streamLost(const std::shared_ptr<ClientStream>& stream, StreamEnd end) {
+    {
+        const std::lock_guard lock(mutex);
+        if (end.kind == StreamEnd::Kind::unresponsive || end.kind == StreamEnd::Kind::terminated) {
+            loss = end;
+        } else if (end.kind == StreamEnd::Kind::disconnected && loss) {
+            end = *loss;
+        } else if (end.kind == StreamEnd::Kind::disconnected && processDescriptor >= 0) {
+            lost.push_back(stream);
+            if (!std::exchange(looking, true)) {
+                reactor->post([self = shared_from_this(), end] { self->findCause(end); });
+            }
+            return;
+        }
     }
-    return end;
+    stream->conclude(end);
+}
+
+/// A dying process loses its sockets a moment before it is gone: which one it was shows then.
+void ClientConnection::findCause(const StreamEnd& end) {
+    const bool processIsOver = isProcessOver();
+    std::vector<std::shared_ptr<ClientStream>> waiting;
+    StreamEnd cause;
+    {
+        const std::lock_guard lock(mutex);
+        if (!loss) {
+            loss = processIsOver ? processHasEnded() : end;
+        }
+        cause = *loss;
+        waiting = std::move(lost);
+    }
+    for (const auto& stream : waiting) {
+        stream->conclude(cause);
+    }
 }
 
 /// Say whether the peer's process has ended, or is just ending. May wait for a moment.

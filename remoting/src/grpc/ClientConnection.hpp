@@ -16,6 +16,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace agent::orvi::remoting::details {
 
@@ -67,19 +68,22 @@ private:
     friend class ClientStream;
 
     void streamEnded(ClientStream& stream);
-    StreamEnd withKnownCause(StreamEnd end);
+    void streamLost(const std::shared_ptr<ClientStream>& stream, StreamEnd end);
+    void findCause(const StreamEnd& end);
     bool isProcessOver() const;
 
     const std::shared_ptr<Reactor> reactor;
     const std::shared_ptr<grpc::Channel> channel;
     grpc::GenericStub stub;
-    int processDescriptor = -1;
+    const int processDescriptor;
 
     std::mutex mutex;
     std::condition_variable noStreams;
     std::set<ClientStream*> streams;
     std::optional<StreamEnd> closed;
-    std::optional<StreamEnd> loss; // of the peer, once its cause is known
+    std::optional<StreamEnd> loss;                   // of the peer, once its cause is known
+    bool looking = false;                            // for the cause
+    std::vector<std::shared_ptr<ClientStream>> lost; // streams that wait for it
 };
 
 } // namespace agent::orvi::remoting::details

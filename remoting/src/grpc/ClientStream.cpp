@@ -148,19 +148,10 @@ void ClientStream::callFinished(bool) {
         cancelled = ownEnd.has_value();
         reached = cancelled ? *ownEnd : fromStatus(status);
     }
-    if (!cancelled) {
-        reached = connection->withKnownCause(std::move(reached));
-    }
-    if (!cancelled && reached.kind == StreamEnd::Kind::disconnected &&
-        connection->processDescriptor >= 0) {
-        // A dying process loses its sockets a moment before it is gone: which one it was shows
-        // then.
-        connection->reactor->post([self = shared_from_this(), reached] {
-            ClientConnection& from = *self->connection;
-            self->conclude(from.isProcessOver() ? from.withKnownCause(processHasEnded()) : reached);
-        });
-    } else {
+    if (cancelled) {
         conclude(reached);
+    } else {
+        connection->streamLost(shared_from_this(), std::move(reached));
     }
 }
 

@@ -33,6 +33,9 @@ public:
     void finish(const StreamEnd& end) override;
     void cancel(const StreamEnd& end) override;
 
+    /// Hand on the end that was found. Once, after the last operation.
+    void conclude(const StreamEnd& end);
+
 private:
     using Step = StreamOperation<ClientStream>;
 
@@ -41,7 +44,6 @@ private:
     void callFinished(bool ok);
     void finishIfIdle();
     bool isOpen() const noexcept;
-    void conclude(const StreamEnd& end);
 
     const OwnProcess process;
     const std::shared_ptr<ClientConnection> connection;
