@@ -119,7 +119,8 @@ public:
         server->awaitStreams(Clock::now() + farewellTime);
         server->stop(Clock::now() + threadEndTime);
         housekeeper.stop();
-        connections.clear();
+        localConnections.clear();
+        tcpConnections.clear();
     }
 
     const std::string& id() const noexcept { return endpointId; }
@@ -133,7 +134,9 @@ private:
         for (const std::string& address : options.listen) {
             tcp.push_back(std::make_unique<TcpListener>(
                 housekeeper, address,
-                [this](int socket, const std::string&) { serve(socket, &GrpcServer::serveTcp); },
+                [this](int socket, const std::string&) {
+                    serve(socket, tcpConnections, &GrpcServer::serveTcp);
+                },
                 reach));
             const auto& used = tcp.back()->addresses();
             usedAddresses.insert(usedAddresses.end(), used.begin(), used.end());
@@ -142,20 +145,22 @@ private:
             // Last: who finds the endpoint finds all of it.
             local = std::make_unique<LocalListener>(
                 housekeeper, RuntimeDirectory(options.runtimeDirectory), endpointId,
-                [this](int socket) { serve(socket, &GrpcServer::serveLocal); });
+                [this](int socket) { serve(socket, localConnections, &GrpcServer::serveLocal); });
             usedAddresses.insert(usedAddresses.begin(), "unix:" + local->path().string());
         }
     }
 
+    using Connections = std::map<std::uint64_t, HangUpWatch>;
+
     /// Take a connection, unless there are enough of them. On the housekeeping thread.
-    void serve(int socket, void (GrpcServer::*hand)(int)) {
+    void serve(int socket, Connections& connections, void (GrpcServer::*hand)(int)) {
         if (connections.size() >= limits.connections) {
             ::close(socket);
             return;
         }
         try {
             const std::uint64_t number = ++lastConnection;
-            connections.emplace(number, watchHangUp(housekeeper, socket, [this, number] {
+            connections.emplace(number, watchHangUp(housekeeper, socket, [&connections, number] {
                                     connections.erase(number);
                                 }));
         } catch (...) {
@@ -239,7 +244,10 @@ private:
     Housekeeper housekeeper;
     std::shared_ptr<ExportTable> table;
     std::optional<GrpcServer> server;
-    std::map<std::uint64_t, HangUpWatch> connections; // the housekeeping thread's
+    // The housekeeping thread's. Strangers can connect over TCP: they must not take the place of
+    // local peers.
+    Connections localConnections;
+    Connections tcpConnections;
     std::uint64_t lastConnection = 0;
     std::unique_ptr<LocalListener> local;
     std::vector<std::unique_ptr<TcpListener>> tcp;

@@ -2,6 +2,8 @@
 #include "remoting/safety/EndpointTest.hpp"
 #include "remoting/safety/GatedDevice.hpp"
 
+#include "remoting/discovery/Sockets.hpp"
+
 #include <limits>
 #include <vector>
 
@@ -227,6 +229,23 @@ TEST_F(LimitsTest, MayBeTheLargestNumbersThereAre) {
     options.keepaliveTime = std::chrono::milliseconds::max();
     options.keepaliveTimeout = std::chrono::milliseconds::max();
     publish();
+    EXPECT_TRUE(isServed());
+}
+
+TEST_F(LimitsTest, LeaveRoomForLocalPeersWhenStrangersAreSilentOverTcp) {
+    options.limits.connections = 2;
+    options.listen = {"127.0.0.1:0"};
+    options.plainLoopback = true;
+    open();
+    const std::string& address = endpoint->addresses().at(1);
+    const auto port = static_cast<std::uint16_t>(std::stoi(address.substr(address.rfind(':') + 1)));
+    std::vector<details::Descriptor> silent;
+    for (int i = 0; i < 2; ++i) {
+        silent.push_back(connectTcp(port));
+        ASSERT_TRUE(silent.back());
+    }
+    const auto refused = connectTcp(port);
+    EXPECT_THAT(readFrom(refused.get()), testing::AnyOf("end", "error")); // they have been taken
     EXPECT_TRUE(isServed());
 }
 

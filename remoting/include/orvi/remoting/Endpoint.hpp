@@ -18,7 +18,8 @@ namespace agent::orvi::remoting {
 /// What an endpoint lets its peers use at most. What goes beyond is refused before anything is
 /// allocated for it: calls and streams with `LimitExceeded`.
 struct EndpointLimits {
-    std::size_t connections = 1024;   ///< Connections at a time; more are closed at once.
+    std::size_t connections = 1024;   ///< Local connections at a time, and as many over TCP;
+                                      ///< more are closed at once.
     std::size_t streams = 16384;      ///< Open streams at a time, over all connections.
     std::size_t callsInFlight = 1024; ///< Calls running or waiting to run, over all peers.
     std::uint64_t bytesPerCall = std::uint64_t{2} << 30; ///< Bytes that one call sends or asks for.
