@@ -196,16 +196,19 @@ private:
     }
 
     template <class Session>
-    using Sessions = std::map<const void*, std::weak_ptr<Session>>;
+    struct Sessions {
+        std::map<const void*, std::weak_ptr<Session>> known;
+        std::size_t afterLastSweep = 0;
+    };
 
     template <class Session>
     void remember(Sessions<Session>& sessions, const std::shared_ptr<Session>& session) {
         const std::lock_guard lock(mutex);
-        if (sessions.size() >= 2 * sessionsAtLastSweep + 16) {
-            std::erase_if(sessions, [](const auto& entry) { return entry.second.expired(); });
-            sessionsAtLastSweep = sessions.size();
+        if (sessions.known.size() >= 2 * sessions.afterLastSweep + 16) {
+            std::erase_if(sessions.known, [](const auto& entry) { return entry.second.expired(); });
+            sessions.afterLastSweep = sessions.known.size();
         }
-        sessions[session.get()] = session;
+        sessions.known[session.get()] = session;
     }
 
     template <class Session, class Visit>
@@ -213,7 +216,7 @@ private:
         std::vector<std::shared_ptr<Session>> alive;
         {
             const std::lock_guard lock(mutex);
-            for (const auto& [address, session] : sessions) {
+            for (const auto& [address, session] : sessions.known) {
                 if (auto living = session.lock()) {
                     alive.push_back(std::move(living));
                 }
@@ -253,7 +256,6 @@ private:
     std::vector<std::unique_ptr<TcpListener>> tcp;
 
     std::mutex mutex;
-    std::size_t sessionsAtLastSweep = 0;
     Sessions<ControlSession> controls;
     Sessions<CallSession> calls;
 };
