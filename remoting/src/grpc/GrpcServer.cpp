@@ -78,7 +78,7 @@ PeerNames namesOf(const grpc::ServerContext& context) {
         addNames(names, *identity, GRPC_PEER_EMAIL_PROPERTY_NAME, "email:");
         addNames(names, *identity, GRPC_X509_CN_PROPERTY_NAME, "cn:");
     } else if (context.peer().starts_with("unix:")) {
-        names.push_back("uid:" + std::to_string(getuid()));
+        names.push_back("uid:" + std::to_string(geteuid()));
     } else {
         names.emplace_back("loopback");
     }
