@@ -93,8 +93,7 @@ public:
     /// Start to listen and to offer. When this returns, peers can find the endpoint.
     ///
     /// @throws std::invalid_argument for options that contradict each other or are out of range,
-    /// and
-    ///         for TLS files that do not contain what they should; says which.
+    ///         and for TLS files that do not contain what they should; says which.
     /// @throws std::system_error for directories, files, sockets and addresses that cannot be used,
     ///         with the path or address in the text.
     explicit Endpoint(const EndpointOptions& options = {});

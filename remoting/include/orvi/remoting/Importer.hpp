@@ -88,8 +88,7 @@ public:
     /// Start to look for endpoints. Does not wait for any.
     ///
     /// @throws std::invalid_argument for options that contradict each other or are out of range,
-    /// and
-    ///         for TLS files that do not contain what they should; says which.
+    ///         and for TLS files that do not contain what they should; says which.
     /// @throws std::system_error for a runtime directory or a TLS file that cannot be used.
     explicit Importer(const ImporterOptions& options = {});
 
