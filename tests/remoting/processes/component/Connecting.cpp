@@ -27,7 +27,7 @@ std::string positionText(std::streampos position) {
 } // namespace
 
 void Connecting::addVerbs(Verbs& verbs) {
-    // directory= [keepalive= timeout=]
+    // directory= [keepalive= timeout=] [target=]; over TCP alone when it has a target
     verbs["open-importer"] = [this](const Command& command) { return openImporter(command); };
     // name= uuid=
     verbs["connect"] = [this](const Command& command) { return connect(command); };
@@ -77,6 +77,11 @@ std::string Connecting::openImporter(const Command& command) {
     options.runtimeDirectory = command.text("directory");
     options.keepaliveTime = std::chrono::milliseconds(command.number("keepalive", 10000));
     options.keepaliveTimeout = std::chrono::milliseconds(command.number("timeout", 5000));
+    if (command.has("target")) {
+        options.local = false;
+        options.targets = {command.text("target")};
+        options.plainLoopback = true;
+    }
     importer.emplace(options);
     return "";
 }

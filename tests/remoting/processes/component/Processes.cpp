@@ -10,6 +10,8 @@
 #include <system_error>
 
 #include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -71,6 +73,24 @@ std::string execute(const Command&) {
     return {text.data(), size > 0 ? static_cast<std::size_t>(size - 1) : 0};
 }
 
+/// Close the connections of local sockets as a faulty endpoint would: without a word.
+std::string cutLocalConnections(const Command&) {
+    int cut = 0;
+    for (int descriptor = 3; descriptor < 1024; ++descriptor) {
+        sockaddr_un own{};
+        sockaddr_un peer{};
+        socklen_t ownLength = sizeof(own);
+        socklen_t peerLength = sizeof(peer);
+        if (::getsockname(descriptor, reinterpret_cast<sockaddr*>(&own), &ownLength) == 0 &&
+            own.sun_family == AF_UNIX && ownLength > sizeof(own.sun_family) &&
+            ::getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &peerLength) == 0) {
+            ::shutdown(descriptor, SHUT_RDWR);
+            ++cut;
+        }
+    }
+    return std::to_string(cut);
+}
+
 } // namespace
 
 #ifdef ORVI_ADDRESS_SANITIZER
@@ -84,6 +104,7 @@ void addProcessVerbs(Verbs& verbs) {
     verbs["fork"] = forkAndStay;
     verbs["fork-and-exit"] = forkAndExit;
     verbs["execute"] = execute;
+    verbs["cut-local-connections"] = cutLocalConnections;
 }
 
 } // namespace agent::orvi::remoting::test

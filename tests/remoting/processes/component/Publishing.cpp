@@ -37,6 +37,11 @@ EndpointOptions optionsOf(const Command& command) {
         command.number("threads", static_cast<std::int64_t>(options.threads)));
     options.keepaliveTime = millisecondsOf(command, "keepalive", 10000);
     options.keepaliveTimeout = millisecondsOf(command, "timeout", 5000);
+    if (command.has("listen")) {
+        options.local = false;
+        options.listen = {command.text("listen")};
+        options.plainLoopback = true;
+    }
     return options;
 }
 
@@ -90,7 +95,7 @@ boost::uuids::uuid uuidOf(const Command& command) {
 
 void Publishing::addVerbs(Verbs& verbs) {
     // directory= [concurrent=1] [positions=1] [calls=] [look-ups=] [threads=]
-    // [keepalive= timeout=]
+    // [keepalive= timeout=] [listen=]; over TCP alone when it listens there
     verbs["open-endpoint"] = [this](const Command& command) { return openEndpoint(command); };
     verbs["open-second-endpoint"] = [this](const Command& command) {
         secondEndpoint.emplace(optionsOf(command));
