@@ -1,5 +1,6 @@
 #include <orvi/remoting/Endpoint.hpp>
 
+#include "discovery/BlockedSignals.hpp"
 #include "discovery/HangUpWatch.hpp"
 #include "discovery/Housekeeper.hpp"
 #include "discovery/LocalAddress.hpp"
@@ -20,10 +21,13 @@
 
 #include <unistd.h>
 
+#include <future>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 namespace agent::orvi::remoting {
@@ -35,6 +39,7 @@ using namespace details;
 constexpr std::chrono::milliseconds runOutTime{1000};
 constexpr std::chrono::milliseconds farewellTime{300};
 constexpr std::chrono::milliseconds threadEndTime{300};
+constexpr std::chrono::milliseconds streamEndTime{900};
 
 void check(const EndpointOptions& options) {
     const auto demand = [](bool holds, const char* text) {
@@ -103,7 +108,7 @@ public:
 
     void close() noexcept {
         const std::lock_guard lock(closing);
-        if (!server) {
+        if (!server || std::exchange(closed, true)) {
             return;
         }
         using Clock = std::chrono::system_clock;
@@ -114,10 +119,7 @@ public:
         }
         terms->budget.close();
         terms->budget.awaitNoCalls(Clock::now() + runOutTime);
-        forEachSession([](CallSession& session) { session.abandon(); });
-        forEachControl([](ControlSession& session) { session.sayGoodbye(); });
-        server->awaitStreams(Clock::now() + farewellTime);
-        server->stop(Clock::now() + threadEndTime);
+        stopServer();
         housekeeper.stop();
         localConnections.clear();
         tcpConnections.clear();
@@ -148,6 +150,44 @@ private:
                 [this](int socket) { serve(socket, localConnections, &GrpcServer::serveLocal); });
             usedAddresses.insert(usedAddresses.begin(), "unix:" + local->path().string());
         }
+    }
+
+    /// End what peers have open. gRPC itself waits for its connections without a limit, even for
+    /// one that takes nothing any more: what has not ended in time is left behind, and this object
+    /// with it.
+    void stopServer() {
+        auto self = weak_from_this().lock();
+        if (!self) { // nobody would be left to keep it
+            endStreams();
+            return;
+        }
+        std::promise<void> ending;
+        const auto ended = ending.get_future();
+        std::thread thread;
+        try {
+            const BlockedSignals inTheThread;
+            thread = std::thread([self, ending = std::move(ending)]() mutable {
+                self->endStreams();
+                self.reset(); // before anybody goes on who takes it for gone
+                ending.set_value();
+            });
+        } catch (const std::system_error&) {
+            endStreams(); // no more threads
+            return;
+        }
+        if (ended.wait_for(streamEndTime) == std::future_status::ready) {
+            thread.join();
+        } else {
+            thread.detach();
+        }
+    }
+
+    void endStreams() {
+        using Clock = std::chrono::system_clock;
+        forEachSession([](CallSession& session) { session.abandon(); });
+        forEachControl([](ControlSession& session) { session.sayGoodbye(); });
+        server->awaitStreams(Clock::now() + farewellTime);
+        server->stop(Clock::now() + threadEndTime);
     }
 
     using Connections = std::map<std::uint64_t, HangUpWatch>;
@@ -244,6 +284,7 @@ private:
     std::vector<std::string> usedAddresses;
 
     std::mutex closing;
+    bool closed = false; // guarded by closing
     Housekeeper housekeeper;
     std::shared_ptr<ExportTable> table;
     std::optional<GrpcServer> server;

@@ -59,6 +59,17 @@ TEST_F(Shutdown, OfAnEndpointEndsABlockedReadAndAllLaterCallsAsUnavailable) {
     EXPECT_EQ(publisher.ask("calls name=device"), "read(16)");
 }
 
+TEST_F(Shutdown, OfAnEndpointDoesNotWaitForAnAnswerThatDoesNotGoOut) {
+    StreamBuffer buffer = connect(uuid);
+    publisher.ask("stop-next name=device operation=read point=answer");
+    Background reading([&] { return errorOf([&] { buffer.sgetc(); }); });
+    publisher.ask("await-held");
+    const std::chrono::milliseconds closing(std::stoi(publisher.ask("close-endpoint")));
+    EXPECT_LT(closing, closingTime);
+    publisher.ask("release name=device");
+    EXPECT_NE(reading.get(errorTime), "");
+}
+
 TEST_F(Shutdown, OfAnEndpointLetsShortCallsEnd) {
     StreamBuffer buffer = connect(uuid);
     publisher.ask("stop-next name=device operation=read point=entry");
