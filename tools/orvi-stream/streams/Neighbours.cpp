@@ -8,18 +8,27 @@
 #include <cppmicroservices/BundleContext.h>
 #include <cppmicroservices/Framework.h>
 #include <cppmicroservices/LDAPFilter.h>
+#include <cppmicroservices/ServiceException.h>
 #include <cppmicroservices/ServiceTracker.h>
 
 #include <boost/uuid/uuid_io.hpp>
 
+#include <algorithm>
+#include <future>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
+#include <utility>
 
 namespace agent::orvi::tool {
 namespace {
 
 /// How long endpoints that are there may take to answer when nobody wants to wait for others.
 constexpr std::chrono::seconds answerTime{20};
+
+/// More than it takes to connect to a stream that has been found.
+constexpr std::chrono::milliseconds connectTime{1000};
 
 using Tracker = cppmicroservices::ServiceTracker<core::Invokable>;
 using State = remoting::PeerStatus::State;
@@ -48,6 +57,24 @@ void tellWhySilent(const std::vector<remoting::PeerStatus>& peers) {
     }
 }
 
+/// Connect to a stream that has been found. The library waits for one that goes at this very moment
+/// to come back; that is not waited for longer than the time given.
+std::optional<streambuf::StreamBuffer>
+connectWithin(std::chrono::milliseconds time, const boost::uuids::uuid& uuid) {
+    std::packaged_task<streambuf::StreamBuffer()> connecting(
+        [uuid] { return streambuf::makeDevice(uuid, streambuf::noCloseFunction()); });
+    auto connected = connecting.get_future();
+    std::thread(std::move(connecting)).detach();
+    if (connected.wait_for(time) != std::future_status::ready) {
+        return std::nullopt;
+    }
+    try {
+        return connected.get();
+    } catch (const cppmicroservices::ServiceException&) {
+        return std::nullopt; // it went after it had been found for the second time
+    }
+}
+
 } // namespace
 
 Neighbours::Neighbours(const SearchOptions& options)
@@ -55,6 +82,7 @@ Neighbours::Neighbours(const SearchOptions& options)
     , importer(makeImporter(options)) {}
 
 ConnectedStream Neighbours::connect(const boost::uuids::uuid& uuid) {
+    const auto begin = std::chrono::steady_clock::now();
     Tracker tracker(
         foundation::cppmicroservices::getFramework()->GetBundleContext(),
         cppmicroservices::LDAPFilter("(orvi.servicename=" + serviceName(uuid) + ")"));
@@ -76,7 +104,15 @@ ConnectedStream Neighbours::connect(const boost::uuids::uuid& uuid) {
     if (!description) {
         throw CommandFailure(ExitCode::error, "the service found is no stream");
     }
-    return {*description, streambuf::makeDevice(uuid, streambuf::noCloseFunction())};
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        begin + timeout - std::chrono::steady_clock::now());
+    auto device = connectWithin(std::max(left, connectTime), uuid);
+    if (!device) {
+        throw CommandFailure(
+            ExitCode::noSuchStream,
+            "the stream " + boost::uuids::to_string(uuid) + " has just been withdrawn");
+    }
+    return {*description, std::move(*device)};
 }
 
 bool Neighbours::awaitAnswers() {
