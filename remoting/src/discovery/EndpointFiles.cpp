@@ -1,5 +1,7 @@
 #include "discovery/EndpointFiles.hpp"
 
+#include "discovery/SystemCall.hpp"
+
 #include <array>
 #include <cerrno>
 #include <cinttypes>
@@ -92,19 +94,24 @@ std::string makeName(const std::string& endpointId) {
 
 std::set<std::string> namesIn(const Descriptor& directory) {
     // The directory is opened again, since readers of one descriptor share their place in it.
-    Descriptor own(::openat(directory.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const auto text = [] { return "Runtime directory"; };
+    Descriptor own(
+        checked(::openat(directory.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC), text));
     const std::unique_ptr<DIR, int (*)(DIR*)> entries(::fdopendir(own.get()), ::closedir);
-    std::set<std::string> names;
-    if (!entries) {
-        return names;
-    }
+    checked(entries ? 0 : -1, text);
     own.release();
-    while (const dirent* const entry = ::readdir(entries.get())) {
+    std::set<std::string> names;
+    while (true) {
+        errno = 0; // nothing else tells the end from an error
+        const dirent* const entry = ::readdir(entries.get());
+        if (entry == nullptr) {
+            checked(errno == 0 ? 0 : -1, text);
+            return names;
+        }
         if (auto name = nameOf(entry->d_name)) {
             names.insert(std::move(*name));
         }
     }
-    return names;
 }
 
 Owner ownerOf(int directory, const std::string& name) {
@@ -125,8 +132,11 @@ bool hasSocket(int directory, const std::string& name) {
     struct stat status {};
 
     const std::string file = name + std::string(socketSuffix);
-    return ::fstatat(directory, file.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-           S_ISSOCK(status.st_mode) && status.st_uid == ::geteuid();
+    if (::fstatat(directory, file.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        checked(errno == ENOENT ? 0 : -1, [&] { return "Socket " + file; });
+        return false;
+    }
+    return S_ISSOCK(status.st_mode) && status.st_uid == ::geteuid();
 }
 
 bool removeIfDead(int directory, const std::string& name) {

@@ -48,13 +48,17 @@ std::string_view endpointIdOf(std::string_view name) noexcept;
 /// Make a name that no other endpoint has.
 std::string makeName(const std::string& endpointId);
 
-/// Return the names that have files in a directory; none when it cannot be read.
+/// Return the names that have files in a directory.
+///
+/// @throws std::system_error when it cannot be read.
 std::set<std::string> namesIn(const Descriptor& directory);
 
 /// Say who stands behind the files of a name. Disturbs nobody.
 Owner ownerOf(int directory, const std::string& name);
 
 /// Say whether there is a socket of this user's under that name.
+///
+/// @throws std::system_error when nobody can tell.
 bool hasSocket(int directory, const std::string& name);
 
 /// Remove the files of a name if its owner is dead.

@@ -141,6 +141,7 @@ private:
             if (lockForProcess(lock.get()) && isFile(opened, file, lock.get())) {
                 return;
             }
+            ::unlinkat(opened, file.c_str(), 0); // where it has not been cleared away
         }
         throw std::system_error(EAGAIN, std::generic_category(), "Lock beside " + path.string());
     }
@@ -155,6 +156,11 @@ private:
         checked(::fchmod(socket.get(), 0600), text);
         checked(withAddress(::bind, socket.get(), addressOf(opened, file)), text);
         socketFile = identityOf(opened, file);
+        if (!socketFile) {
+            const int error = errno;
+            ::unlinkat(opened, file.c_str(), 0);
+            throw std::system_error(error, std::generic_category(), text());
+        }
         checked(::fchmodat(opened, file.c_str(), 0600, 0), text);
         checked(::listen(socket.get(), SOMAXCONN), text);
         return socket;
@@ -243,12 +249,13 @@ LocalPeer connectLocal(const std::filesystem::path& path) {
     } while (result != 0 && errno == EINTR);
     checked(result, text);
     limit({});
-    if (!isOfThisUser(socket.get())) {
+    const auto listener = credentialsOf(socket.get());
+    checked(listener ? 0 : -1, text);
+    if (listener->uid != ::geteuid()) {
         throw std::system_error(EPERM, std::generic_category(), text() + " is another user's");
     }
     checked(::fcntl(socket.get(), F_SETFL, O_NONBLOCK), text);
-    const pid_t process = peerProcess(socket.get());
-    return {socket.release(), process};
+    return {socket.release(), listener->pid};
 }
 
 pid_t peerProcess(int descriptor) {

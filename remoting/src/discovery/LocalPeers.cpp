@@ -44,8 +44,14 @@ constexpr std::chrono::seconds directoryCheck{5};
 /// The same after something was removed from it: who removes all of it is done soon.
 constexpr std::chrono::milliseconds directoryCheckAfterRemoval{100};
 
-/// How often to look where nothing can be watched.
+/// How often to look where nothing can be watched, or where the last look failed.
 constexpr std::chrono::seconds withoutWatch{1};
+
+/// Say whether an error means that there is nothing, and not that nobody can tell now.
+bool meansNothing(const std::system_error& error) {
+    const int code = error.code().value();
+    return code == ENOENT || code == ENOTDIR || code == ELOOP || code == EPERM || code == EACCES;
+}
 
 /// What some events together say.
 struct Changes {
@@ -131,7 +137,7 @@ public:
         }
         if (watched) {
             wait();
-            checkDirectoryAfter(directoryCheck);
+            checkDirectoryAfter(incomplete ? withoutWatch : directoryCheck);
         } else {
             followAfter(withoutWatch);
         }
@@ -140,8 +146,12 @@ public:
     void check(const std::string& name) {
         try {
             examine(directory.open().get(), name);
-        } catch (const std::system_error&) {
-            forget(name);
+        } catch (const std::system_error& error) {
+            if (meansNothing(error)) {
+                forget(name);
+            } else {
+                lookAgain();
+            }
         }
     }
 
@@ -200,12 +210,25 @@ private:
             if (error || self->closed) {
                 return;
             }
-            if (self->isSameDirectory()) {
-                self->checkDirectoryAfter(directoryCheck);
-            } else {
+            if (!self->isSameDirectory()) {
                 self->followAnew();
+                return;
+            }
+            if (self->incomplete) {
+                self->list();
+            }
+            if (!self->closed) {
+                self->checkDirectoryAfter(self->incomplete ? withoutWatch : directoryCheck);
             }
         });
+    }
+
+    /// Nobody could tell what there is: list everything a little later.
+    void lookAgain() {
+        incomplete = true;
+        if (timer.expiry() > std::chrono::steady_clock::now() + withoutWatch) {
+            checkDirectoryAfter(withoutWatch);
+        }
     }
 
     bool isSameDirectory() const {
@@ -248,11 +271,16 @@ private:
     }
 
     void list() {
+        incomplete = false;
         std::set<std::string> names = known;
         try {
             names.merge(namesIn(directory.open()));
-        } catch (const std::system_error&) {
-            // The directory cannot be used: those that are known have gone.
+        } catch (const std::system_error& error) {
+            // Where the directory cannot be used, those that are known have gone.
+            if (!meansNothing(error)) {
+                lookAgain();
+                return;
+            }
         }
         for (const std::string& name : names) {
             check(name);
@@ -297,6 +325,7 @@ private:
     boost::asio::steady_timer timer;
     Identity identity; // of the directory that is watched
     std::set<std::string> known;
+    bool incomplete = false; // the last look at the directory, or at something in it, has failed
     bool closed = false;
 };
 
