@@ -7,7 +7,7 @@ namespace agent::orvi::remoting::details {
 
 StreamEnd outOfMemory() noexcept {
     return {
-        StreamEnd::Kind::limitExceeded, "No memory left."}; // a string has room for it in itself
+        StreamEnd::Kind::disconnected, "No memory left."}; // a string has room for it in itself
 }
 
 StreamEnd endOfFailedEvent() noexcept {

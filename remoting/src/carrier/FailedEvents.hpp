@@ -4,7 +4,8 @@
 
 namespace agent::orvi::remoting::details {
 
-/// Return the end of a stream for which this side has no memory. Needs none.
+/// Return the end of a stream for which this side has no memory: a call may or may not have run.
+/// Needs none.
 StreamEnd outOfMemory() noexcept;
 
 /// Return how a stream ends whose event has thrown the exception that is being handled: as a

@@ -192,7 +192,7 @@ TEST_P(CallFaults, EveryCallIsAnsweredOrItsStreamEnds) {
             EXPECT_TRUE(frames.size() == 3 || importer.stream->isOver());
         }
         if (importer.stream->isOver()) {
-            EXPECT_EQ(importer.stream->end()->kind, StreamEnd::Kind::limitExceeded);
+            EXPECT_EQ(importer.stream->end()->kind, StreamEnd::Kind::disconnected);
             EXPECT_EQ(importer.stream->end()->text, "No memory left.");
         }
         importer.stream->lose({StreamEnd::Kind::disconnected, {}});

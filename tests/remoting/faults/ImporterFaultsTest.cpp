@@ -159,7 +159,7 @@ TEST_F(ClientFaults, ACallEndsWithItsAnswerOrAnError) {
         EXPECT_TRUE(failure.allows([&] { outcome = client.call(); }));
         if (outcome.error) {
             EXPECT_TRUE(failure.happened());
-            EXPECT_TRUE(outcome.isOf(typeid(std::bad_alloc)) || outcome.isOf(typeid(LimitExceeded)))
+            EXPECT_TRUE(outcome.isOf(typeid(std::bad_alloc)) || outcome.isOf(typeid(PeerLost)))
                 << outcome.text();
         } else {
             EXPECT_TRUE(isAnswer(outcome));
@@ -296,7 +296,7 @@ TEST_F(LinkFaults, APeerHearsEveryLookUpAndIsHeardOrTheLinkIsLost) {
         } else {
             EXPECT_TRUE(failure.happened());
             EXPECT_EQ(link.told->losses, 1);
-            EXPECT_EQ(link.told->kind, Kind::limitExceeded);
+            EXPECT_EQ(link.told->kind, Kind::disconnected);
         }
         for (const auto& stream : link.connection->streams) {
             stream->lose({Kind::disconnected, {}});
