@@ -294,7 +294,6 @@ HeadersCompileAloneAsCxx20() {
 HeadersCompileAloneWithAnotherCompiler() {
     compiler=$otherCompiler
     headersCompileAlone c++17
-    headersCompileAlone c++20
 }
 
 "$2"
