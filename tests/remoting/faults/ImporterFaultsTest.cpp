@@ -218,6 +218,8 @@ TEST_F(ClientFaults, ARefusedStreamEndsTheCallAndIsReplacedOnlyWhereThatIsSafe) 
 
 /// Takes note of what it is told, without an allocation.
 struct Told final : PeerLink::Receiver {
+    void greeted(PeerLink&) override {}
+
     void connected(PeerLink&) override { ++connections; }
 
     void offered(PeerLink&, const v1::Offer&) override { ++offers; }
