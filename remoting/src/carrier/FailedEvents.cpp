@@ -6,8 +6,7 @@
 namespace agent::orvi::remoting::details {
 
 StreamEnd outOfMemory() noexcept {
-    return {
-        StreamEnd::Kind::disconnected, "No memory left."}; // a string has room for it in itself
+    return {StreamEnd::Kind::disconnected, "No memory left."}; // a string has room for it in itself
 }
 
 StreamEnd endOfFailedEvent() noexcept {
