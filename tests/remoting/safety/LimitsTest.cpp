@@ -2,8 +2,6 @@
 #include "remoting/safety/EndpointTest.hpp"
 #include "remoting/safety/GatedDevice.hpp"
 
-#include "remoting/discovery/Sockets.hpp"
-
 #include <limits>
 #include <vector>
 
