@@ -1,4 +1,5 @@
 #include "allocations/ProcessAllocations.hpp"
+#include "remoting/discovery/Sockets.hpp"
 #include "remoting/safety/EndpointTest.hpp"
 #include "remoting/safety/GatedDevice.hpp"
 
