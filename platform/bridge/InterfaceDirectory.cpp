@@ -71,6 +71,7 @@ bool InterfaceDirectory::addOffers(
         return !provider.gone;
     }
     std::vector<std::shared_ptr<const Offer>> offers;
+    offers.reserve(interfaces.size());
     for (ServiceInterface& interface : interfaces) {
         offers.push_back(std::make_shared<const Offer>(
             Offer{++lastNumber, context, service, std::move(interface)}));
