@@ -167,7 +167,7 @@ TEST_F(RemoteLookUp, ThatNoEndpointTakesLeavesTheOthersAlone) {
     const auto used = publish(publisher, "used", stream);
     const Importer importer(importing());
     StreamBuffer buffer = connect(used);
-    for (const std::size_t length : {5000, 200000}) {
+    for (const std::size_t length : {std::size_t{5000}, std::size_t{200000}}) {
         const LookUp lookUp(std::string(length, 'n'));
         EXPECT_TRUE(importer.waitUntilSettled(errorTime));
         StreamBuffer other = connect(publish(publisher, "other", stream));
