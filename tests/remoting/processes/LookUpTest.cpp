@@ -147,7 +147,8 @@ TEST_F(RemoteLookUp, ForOneOfManyNamesFindsItAndLeavesTheOthersAlone) {
     const Importer importer(importing());
     StreamBuffer buffer = connect(used);
     EXPECT_EQ(buffer.sgetc(), pattern(1)[0]);
-    for (const std::size_t names : {50, 100, 3000}) { // 3, 6 and 190 KiB
+    for (const std::size_t names :
+         {std::size_t{50}, std::size_t{100}, std::size_t{3000}}) { // 3, 6 and 190 KiB
         cppmicroservices::ServiceTracker<core::Invokable> tracker(
             streambuf::test::registryContext(),
             cppmicroservices::LDAPFilter(filterOfOneOf(names, found)));
