@@ -2,6 +2,7 @@
 
 #include "carrier/FailedEvents.hpp"
 #include "wire/FrameLimits.hpp"
+#include "wire/NewPart.hpp"
 
 #include <orvi/core/InvocationErrors.hpp>
 #include <orvi/remoting/Errors.hpp>
@@ -348,8 +349,9 @@ void CallSession::trySendNext() {
     }
     if (std::exchange(greetingDue, false)) {
         v1::Frame greeting;
-        greeting.mutable_hello()->set_major(protocolMajor);
-        greeting.mutable_hello()->set_minor(protocolMinor);
+        auto& hello = newPart<v1::Hello>(greeting);
+        hello.set_major(protocolMajor);
+        hello.set_minor(protocolMinor);
         sending = true;
         stream->send(encodeFrame(greeting));
         return;

@@ -4,6 +4,7 @@
 #include "wire/FrameCodec.hpp"
 #include "wire/FrameLimits.hpp"
 #include "wire/InterfaceCodec.hpp"
+#include "wire/NewPart.hpp"
 #include "wire/PropertyCodec.hpp"
 
 #include <orvi/remoting/Errors.hpp>
@@ -203,17 +204,19 @@ void ControlSession::trySendNext() {
 bool ControlSession::encode(const News::Item& item, OutgoingFrame& outgoing) {
     v1::Frame frame;
     if (std::holds_alternative<News::Greeting>(item)) {
-        v1::Hello& hello = *frame.mutable_hello();
+        auto& hello = newPart<v1::Hello>(frame);
         hello.set_major(protocolMajor);
         hello.set_minor(protocolMinor);
         hello.set_framework(name.framework);
         hello.set_endpoint(name.endpoint);
     } else if (const auto* withdrawal = std::get_if<News::Withdrawn>(&item)) {
-        frame.mutable_withdrawal()->set_service(withdrawal->service);
-        frame.mutable_withdrawal()->set_unwanted(withdrawal->unwanted);
+        auto& told = newPart<v1::Withdrawal>(frame);
+        told.set_service(withdrawal->service);
+        told.set_unwanted(withdrawal->unwanted);
     } else if (const auto* settled = std::get_if<News::Settled>(&item)) {
-        frame.mutable_settled()->set_id(settled->want);
-        frame.mutable_settled()->set_refusal(settled->refusal);
+        auto& told = newPart<v1::Settled>(frame);
+        told.set_id(settled->want);
+        told.set_refusal(settled->refusal);
     } else {
         const std::uint64_t number = std::get<News::Offered>(item).service;
         const auto service = std::as_const(*table).find(number);
@@ -221,7 +224,7 @@ bool ControlSession::encode(const News::Item& item, OutgoingFrame& outgoing) {
             return false; // its withdrawal is on its way
         }
         try {
-            v1::Offer& offer = *frame.mutable_offer();
+            auto& offer = newPart<v1::Offer>(frame);
             offer.set_service(number);
             *offer.mutable_interface() = encodeInterface(service->service->serviceInterface());
             encodeProperties(offer, service->properties);

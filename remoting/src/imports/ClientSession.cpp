@@ -5,6 +5,7 @@
 #include "imports/StreamErrors.hpp"
 #include "wire/ErrorCodec.hpp"
 #include "wire/FrameLimits.hpp"
+#include "wire/NewPart.hpp"
 
 #include <orvi/remoting/Errors.hpp>
 
@@ -159,7 +160,7 @@ void ClientSession::sendNext() {
     OutgoingFrame next;
     if (std::exchange(greetingDue, false)) {
         v1::Frame greeting;
-        v1::Hello& hello = *greeting.mutable_hello();
+        auto& hello = newPart<v1::Hello>(greeting);
         hello.set_major(protocolMajor);
         hello.set_minor(protocolMinor);
         hello.set_service(service);
@@ -167,7 +168,7 @@ void ClientSession::sendNext() {
         next.moreFollow = outgoing && outgoing->hasNext();
     } else if (std::exchange(abandonDue, false)) {
         v1::Frame abandon;
-        abandon.mutable_abandon();
+        newPart<v1::Abandon>(abandon);
         next = encodeFrame(abandon);
     } else if (outgoing && outgoing->hasNext()) {
         next = outgoing->next();

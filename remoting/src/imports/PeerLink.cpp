@@ -4,6 +4,7 @@
 #include "wire/CutText.hpp"
 #include "wire/FrameCodec.hpp"
 #include "wire/FrameLimits.hpp"
+#include "wire/NewPart.hpp"
 
 #include <orvi/remoting/Errors.hpp>
 
@@ -27,7 +28,7 @@ PeerLink::PeerLink(
 
 void PeerLink::open() {
     v1::Frame greeting;
-    v1::Hello& hello = *greeting.mutable_hello();
+    auto& hello = newPart<v1::Hello>(greeting);
     hello.set_major(protocolMajor);
     hello.set_minor(protocolMinor);
     hello.set_framework(ownFramework);
@@ -80,7 +81,7 @@ void PeerLink::tell(const Wants::Want& want, bool wanted) {
             takesAll = refused.empty();
         } else {
             unsettled.erase(want.number);
-            outgoing.emplace_back().mutable_unwant()->set_id(want.number);
+            newPart<v1::Unwant>(outgoing.emplace_back()).set_id(want.number);
             // There may be room for another one now.
             if (const auto next = refused.begin(); next != refused.end()) {
                 ask({next->first, next->second});
@@ -98,7 +99,7 @@ void PeerLink::tell(const Wants::Want& want, bool wanted) {
 /// Under the lock.
 void PeerLink::ask(const Wants::Want& want) {
     unsettled[want.number] = want.filter;
-    v1::Want& asked = *outgoing.emplace_back().mutable_want();
+    auto& asked = newPart<v1::Want>(outgoing.emplace_back());
     asked.set_id(want.number);
     asked.set_filter(want.filter);
 }

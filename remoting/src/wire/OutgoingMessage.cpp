@@ -1,4 +1,5 @@
 #include "wire/ErrorCodec.hpp"
+#include "wire/NewPart.hpp"
 #include "wire/PayloadCodec.hpp"
 
 #include <orvi/remoting/Errors.hpp>
@@ -100,7 +101,7 @@ GenericPayload resolved(GenericPayload&& payload) {
 OutgoingMessage
 OutgoingMessage::request(const std::string& method, bool oneWay, GenericPayload&& arguments) {
     v1::Frame frame;
-    v1::Request& request = *frame.mutable_request();
+    auto& request = newPart<v1::Request>(frame);
     request.set_method(method);
     request.set_one_way(oneWay);
     describe(arguments, *request.mutable_slots());
@@ -110,13 +111,13 @@ OutgoingMessage::request(const std::string& method, bool oneWay, GenericPayload&
 OutgoingMessage OutgoingMessage::answer(GenericPayload&& result) {
     GenericPayload payload = resolved(std::move(result));
     v1::Frame frame;
-    describe(payload, *frame.mutable_answer()->mutable_slots());
+    describe(payload, *newPart<v1::Answer>(frame).mutable_slots());
     return {frame, std::move(payload)};
 }
 
 OutgoingMessage OutgoingMessage::failure(const std::exception_ptr& error) {
     v1::Frame frame;
-    *frame.mutable_failure() = encodeFailure(error);
+    newPart<v1::Failure>(frame) = encodeFailure(error);
     return {frame, GenericPayload()};
 }
 

@@ -1,6 +1,7 @@
 #include "wire/PropertyCodec.hpp"
 
 #include "wire/FrameLimits.hpp"
+#include "wire/NewPart.hpp"
 
 #include <orvi/remoting/Errors.hpp>
 
@@ -85,15 +86,15 @@ bool encodeValue(const Any& any, int levels, v1::Value& value) {
            encodeAs<Texts>(
                any,
                [&](const Texts& texts) {
-                   return encodeTexts(texts, levels, *value.mutable_texts());
+                   return encodeTexts(texts, levels, newPart<v1::TextList>(value));
                }) ||
            encodeAs<Values>(
                any,
                [&](const Values& values) {
-                   return encodeList(values, levels, *value.mutable_list());
+                   return encodeList(values, levels, newPart<v1::ValueList>(value));
                }) ||
            encodeAs<AnyMap>(any, [&](const AnyMap& map) {
-               return encodeMap(map, levels, *value.mutable_map());
+               return encodeMap(map, levels, newPart<v1::ValueMap>(value));
            });
 }
 
