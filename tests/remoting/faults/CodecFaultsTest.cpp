@@ -121,7 +121,8 @@ TEST(CodecFaults, AMessageIsDecodedWholeOrNotAtAll) {
 
 TEST(CodecFaults, AHeadInManySlicesIsReadWholeOrNotAtAll) {
     v1::Frame frame;
-    encodeProperties(*frame.mutable_offer(), sampleProperties());
+    // Without lists and maps, for which the generated parser has a fault of its own; see newPart.
+    encodeProperties(*frame.mutable_offer(), {{"orvi.servicename", longText}, {"number", 5L}});
     const std::string bytes = encoded(encodeFrame(frame));
     const std::size_t failures =
         expectWholeOrNothing([&] { return readFrame(bytes, 100).head; }, &serialized);
