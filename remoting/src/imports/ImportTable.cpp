@@ -64,8 +64,14 @@ std::shared_ptr<ImportTable> ImportTable::open(
                 alive->wantChanged(want, wanted);
             }
         });
-    table->hook = table->context.RegisterService<cppmicroservices::ServiceListenerHook>(
-        std::static_pointer_cast<cppmicroservices::ServiceListenerHook>(table->wants));
+    const auto followListeners = [&] {
+        return table->context.RegisterService<cppmicroservices::ServiceListenerHook>(
+            std::static_pointer_cast<cppmicroservices::ServiceListenerHook>(table->wants));
+    };
+    table->hook = followListeners();
+    // A listener that comes while a registry takes in a hook may be told to nobody: it is too late
+    // for those that the hook begins with, and too early for news. Another one begins with it.
+    followListeners().Unregister();
     return table;
 }
 
