@@ -33,8 +33,8 @@ using streambuf::test::take;
 
 constexpr std::size_t fileSize = std::size_t{5} << 20;
 
-/// The keepalive time and timeout of the reader.
-constexpr std::chrono::milliseconds keepalive{500};
+/// The keepalive time and timeout of the reader, longer than a busy publisher needs.
+constexpr std::chrono::milliseconds keepalive{1500};
 
 /// What it may take beyond these until the loss is noticed on a busy machine.
 constexpr std::chrono::seconds leeway{5};
