@@ -21,6 +21,8 @@ function(orvi_configure_target target)
                 -Wnon-virtual-dtor
                 -Woverloaded-virtual
                 $<IF:$<CXX_COMPILER_ID:GNU>,-Wshadow=local,-Wshadow>
+                # Where several sources are compiled as one, each looks like a header.
+                $<$<AND:$<BOOL:${CMAKE_UNITY_BUILD}>,$<CXX_COMPILER_ID:GNU>>:-Wno-subobject-linkage>
                 # Clang 14 takes `if consteval` for true at run time too, so that the standard
                 # library compares types by address, which differ between libraries.
                 $<$<CXX_COMPILER_ID:Clang>:-U__cpp_if_consteval>
@@ -44,9 +46,12 @@ endfunction()
 
 # A test program over GoogleTest; every case is one test of ctest.
 #
-# orvi_add_test(<name> SOURCES <file>... LIBS <target>...)
+# orvi_add_test(<name> [SEPARATE] SOURCES <file>... LIBS <target>...)
+#
+# SEPARATE: the files have names of their own in common, or stand in for files of the library, and are
+# never compiled as one.
 function(orvi_add_test name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "TIMEOUT" "SOURCES;LIBS")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "SEPARATE" "TIMEOUT" "SOURCES;LIBS")
     if(NOT arg_TIMEOUT)
         set(arg_TIMEOUT 300)
     endif()
@@ -55,6 +60,9 @@ function(orvi_add_test name)
     target_link_libraries(${name} PRIVATE ${arg_LIBS} GTest::gmock_main)
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
     orvi_compile_as_test(${name})
+    if(arg_SEPARATE)
+        set_target_properties(${name} PROPERTIES UNITY_BUILD OFF)
+    endif()
     gtest_discover_tests(
         ${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT ${arg_TIMEOUT} LABELS unit
     )

@@ -35,8 +35,9 @@ namespace {
 using namespace details;
 
 constexpr std::size_t importTasks = 4;
-constexpr std::chrono::milliseconds streamEndTime{1000};
-constexpr std::chrono::milliseconds threadEndTime{500};
+/// What streams have to end while an importer closes, and what the threads have then.
+constexpr std::chrono::milliseconds closeTime{1000};
+constexpr std::chrono::milliseconds reactorEndTime{500};
 
 /// A local endpoint that has been lost while its socket is still there is tried again: at once at
 /// first, then ever more slowly.
@@ -124,7 +125,7 @@ public:
         targets.reset();
         using Clock = std::chrono::system_clock;
         const StreamEnd end{StreamEnd::Kind::disconnected, "The importer has been closed"};
-        const auto streamLimit = Clock::now() + streamEndTime;
+        const auto streamLimit = Clock::now() + closeTime;
         const auto open = takeConnections();
         if (table) {
             table->close(end);
@@ -138,7 +139,7 @@ public:
         for (const auto& connection : open) {
             connection->awaitStreams(streamLimit);
         }
-        reactor->stop(Clock::now() + threadEndTime);
+        reactor->stop(Clock::now() + reactorEndTime);
         reactor.reset();
         housekeeper.stop();
     }

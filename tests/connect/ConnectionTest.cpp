@@ -2,6 +2,7 @@
 
 #include "connect/RegisteredService.hpp"
 #include "streambuf/StreamBufferImpl.hpp"
+#include "support/Characters.hpp"
 #include "support/DeviceError.hpp"
 #include "support/RecordingDevice.hpp"
 #include "support/Registry.hpp"
@@ -29,13 +30,12 @@ namespace {
 
 using core::ServiceUnavailable;
 using std::ios_base;
+using test::endOfFile;
 using test::Operation;
 using test::Reply;
 using test::throwsExactly;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr int endOfFile = std::char_traits<char>::eof();
 
 class ConnectionTest : public testing::Test {
 protected:

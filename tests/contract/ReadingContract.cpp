@@ -1,5 +1,6 @@
 #include "contract/StreamContract.hpp"
 
+#include "support/Characters.hpp"
 #include "support/DeviceError.hpp"
 
 #include <gmock/gmock.h>
@@ -17,8 +18,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr int endOfFile = std::char_traits<char>::eof();
 
 std::string allBytes() {
     std::string bytes;

@@ -1,5 +1,6 @@
 #include "contract/StreamContract.hpp"
 
+#include "support/Characters.hpp"
 #include "support/DeviceError.hpp"
 
 #include <gmock/gmock.h>
@@ -15,8 +16,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr int endOfFile = std::char_traits<char>::eof();
 
 /// Return what a bulk write into an empty put area makes the device see.
 std::vector<Call> callsOfBulkWrite(const std::string& data, std::size_t bufferSize) {

@@ -1,3 +1,4 @@
+#include "support/Characters.hpp"
 #include "support/StreamBuffers.hpp"
 
 #include <boost/uuid/string_generator.hpp>
@@ -17,8 +18,6 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-constexpr int endOfFile = std::char_traits<char>::eof();
 
 boost::uuids::uuid otherUuid() {
     return boost::uuids::string_generator()("ffffffff-0000-0000-0000-000000000001");

@@ -1,3 +1,4 @@
+#include "support/Characters.hpp"
 #include "support/DeviceError.hpp"
 #include "support/StreamBuffers.hpp"
 
@@ -13,9 +14,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::ThrowsMessage;
-
-constexpr int endOfFile = std::char_traits<char>::eof();
-constexpr std::int64_t lowWord = std::int64_t{1} << 32;
 
 ExposedStreamBuffer fullBuffer(const RecordingDevice& device, const std::string& content) {
     auto buffer = makeExposedBuffer(outputOf(device), content.size());

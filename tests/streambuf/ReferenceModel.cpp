@@ -5,7 +5,7 @@
 namespace agent::orvi::streambuf::test {
 namespace {
 
-constexpr int endOfFile = -1;
+constexpr int noCharacter = -1;
 
 int value(char character) {
     return static_cast<unsigned char>(character);
@@ -47,7 +47,7 @@ std::string ReferenceModel::askDevice(std::size_t count) {
 
 int ReferenceModel::underflow() {
     if (!operations.read) {
-        return endOfFile;
+        return noCharacter;
     }
     if (getBuffer.empty()) {
         getBuffer = "0";
@@ -59,7 +59,7 @@ int ReferenceModel::underflow() {
     for (std::size_t index = 0; index < answer.size(); ++index) {
         getBuffer[index] = answer[index];
     }
-    return answer.empty() ? endOfFile : value(answer[0]);
+    return answer.empty() ? noCharacter : value(answer[0]);
 }
 
 int ReferenceModel::sgetc() {
@@ -68,19 +68,19 @@ int ReferenceModel::sgetc() {
 
 int ReferenceModel::sbumpc() {
     const int character = sgetc();
-    if (character != endOfFile) {
+    if (character != noCharacter) {
         ++getCurrent;
     }
     return character;
 }
 
 int ReferenceModel::snextc() {
-    return sbumpc() == endOfFile ? endOfFile : sgetc();
+    return sbumpc() == noCharacter ? noCharacter : sgetc();
 }
 
 int ReferenceModel::sungetc() {
     if (getCurrent == 0) {
-        return endOfFile;
+        return noCharacter;
     }
     --getCurrent;
     return value(getBuffer[getCurrent]);
@@ -88,7 +88,7 @@ int ReferenceModel::sungetc() {
 
 int ReferenceModel::sputbackc(char character) {
     if (getCurrent == 0 || getBuffer[getCurrent - 1] != character) {
-        return endOfFile;
+        return noCharacter;
     }
     --getCurrent;
     return value(character);
@@ -144,13 +144,13 @@ bool ReferenceModel::flushWholeBuffer() {
 
 int ReferenceModel::sputc(char character) {
     if (!operations.write) {
-        return endOfFile;
+        return noCharacter;
     }
     if (putBuffer.empty()) {
         putBuffer = "0";
     }
     if (putCurrent == putBuffer.size() && !flushWholeBuffer()) {
-        return endOfFile;
+        return noCharacter;
     }
     putBuffer[putCurrent++] = character;
     return value(character);

@@ -1,3 +1,4 @@
+#include "support/Characters.hpp"
 #include "support/StreamBuffers.hpp"
 
 #include <gmock/gmock.h>
@@ -73,7 +74,6 @@ TEST(StreamBufferTest, HasNoAreaForADirectionItsDeviceLacks) {
 
 TEST(StreamBufferTest, CanDoNothingButExistWithoutOperations) {
     auto buffer = makeExposedBuffer({}, 16);
-    constexpr int endOfFile = std::char_traits<char>::eof();
 
     EXPECT_EQ(buffer.sgetc(), endOfFile);
     EXPECT_EQ(buffer.sbumpc(), endOfFile);

@@ -14,8 +14,6 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::ThrowsMessage;
 
-constexpr std::int64_t lowWord = std::int64_t{1} << 32;
-
 TEST(SyncTest, MakesNoCallWhenNothingIsPending) {
     RecordingDevice device;
     auto buffer = makeBuffer(outputOf(device), 8);

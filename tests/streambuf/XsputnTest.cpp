@@ -15,8 +15,6 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::ThrowsMessage;
 
-constexpr std::int64_t lowWord = std::int64_t{1} << 32;
-
 TEST(XsputnTest, FillsTheBufferExactlyWithoutACall) {
     RecordingDevice device;
     auto buffer = makeExposedBuffer(outputOf(device), 8);

@@ -1,3 +1,4 @@
+#include "support/Characters.hpp"
 #include "support/DeviceError.hpp"
 #include "support/StreamBuffers.hpp"
 
@@ -15,8 +16,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::ThrowsMessage;
-
-constexpr int endOfFile = std::char_traits<char>::eof();
 
 TEST(ZeroBufferSizeTest, StartsWithEmptyBuffersAndAreas) {
     RecordingDevice device("abc");

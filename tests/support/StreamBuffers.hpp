@@ -14,6 +14,7 @@
 #include <boost/uuid/uuid.hpp>
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <streambuf>
 #include <string>
@@ -32,6 +33,9 @@ inline boost::uuids::uuid exampleUuid() {
 inline cppmicroservices::ServiceRegistrationBase noRegistration() {
     return cppmicroservices::ServiceRegistration<core::ServiceProvider>();
 }
+
+/// What an answer to a write may have beyond the 32 bits that count.
+inline constexpr std::int64_t lowWord = std::int64_t{1} << 32;
 
 /// The five operations of a device; those left empty are absent.
 struct Operations {

@@ -24,7 +24,7 @@ using namespace endpointFiles;
 
 /// How often another name is tried when somebody clears the lock away before it is locked. Each
 /// time takes another process in just that moment.
-constexpr int attempts = 100;
+constexpr int bindAttempts = 100;
 
 constexpr timeval connectTime{1, 0};
 
@@ -128,7 +128,7 @@ public:
 
 private:
     void takeLock(int opened, const std::string& endpointId) {
-        for (int attempt = 0; attempt < attempts; ++attempt) {
+        for (int attempt = 0; attempt < bindAttempts; ++attempt) {
             // First of all, so that nobody in this process touches the file.
             ownName.emplace(makeName(endpointId));
             path = directory.path() / fileName(socketSuffix);

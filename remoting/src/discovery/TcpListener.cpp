@@ -18,7 +18,7 @@ namespace agent::orvi::remoting::details {
 namespace {
 
 /// How often another free port is tried when one address's is taken on another one.
-constexpr int attempts = 50;
+constexpr int portAttempts = 50;
 
 void setOption(int socket, int level, int option, int value) {
     checked(::setsockopt(socket, level, option, &value, sizeof(value)), [] { return "Socket"; });
@@ -99,7 +99,7 @@ std::vector<Descriptor>
 listenSomewhere(const std::vector<SocketAddress>& addresses, const std::string& text) {
     const bool anyPort = addresses.front().hostPort().port == 0;
     try {
-        for (int attempt = 0; attempt < attempts; ++attempt) {
+        for (int attempt = 0; attempt < portAttempts; ++attempt) {
             if (auto sockets = listenOnAll(addresses, anyPort); !sockets.empty()) {
                 return sockets;
             }

@@ -27,7 +27,7 @@ std::uint64_t numberOf(const ServiceReferenceBase& reference) {
 }
 
 /// What says something about the exporter's registry alone.
-bool isLocal(const std::string& key) {
+bool isOfExporter(const std::string& key) {
     return key == cppmicroservices::Constants::SERVICE_ID ||
            key == cppmicroservices::Constants::SERVICE_SCOPE || key == "bundle.id" ||
            key.starts_with("service.exported.");
@@ -172,7 +172,7 @@ void ExportTable::add(const ServiceReferenceBase& reference, bool replace, const
     }
     Properties properties;
     for (const std::string& key : reference.GetPropertyKeys()) {
-        if (!isLocal(key)) {
+        if (!isOfExporter(key)) {
             properties.emplace_back(key, reference.GetProperty(key));
         }
     }

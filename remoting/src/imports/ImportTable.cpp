@@ -16,7 +16,7 @@ namespace agent::orvi::remoting::details {
 namespace {
 
 /// What the importing registry says itself, whatever the exporter says.
-bool isLocal(const std::string& key) {
+bool isOfImporter(const std::string& key) {
     return key == cppmicroservices::Constants::OBJECTCLASS ||
            key == cppmicroservices::Constants::SERVICE_ID ||
            key == cppmicroservices::Constants::SERVICE_SCOPE;
@@ -31,7 +31,7 @@ cppmicroservices::AnyMap propertiesOf(const PeerLink& link, const v1::Offer& off
     cppmicroservices::AnyMap properties(
         cppmicroservices::AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS);
     for (auto& [key, value] : decodeProperties(offer)) {
-        if (!isLocal(key)) {
+        if (!isOfImporter(key)) {
             properties[key] = std::move(value);
         }
     }

@@ -5,14 +5,13 @@
 namespace agent::orvi::remoting::details {
 namespace {
 
-using google::protobuf::Descriptor;
 using google::protobuf::FieldDescriptor;
 using google::protobuf::io::CodedInputStream;
 
-bool fieldsFit(CodedInputStream& input, const Descriptor& type, int levels);
+bool fieldsFit(CodedInputStream& input, const google::protobuf::Descriptor& type, int levels);
 
 /// Check the message of a field, from its length on.
-bool messageFits(CodedInputStream& input, const Descriptor& type, int levels) {
+bool messageFits(CodedInputStream& input, const google::protobuf::Descriptor& type, int levels) {
     int size = 0;
     // A limit beyond the one that holds would be cut to it in silence.
     if (levels == 0 || !input.ReadVarintSizeAsInt(&size) || size > input.BytesUntilLimit()) {
@@ -24,7 +23,7 @@ bool messageFits(CodedInputStream& input, const Descriptor& type, int levels) {
     return fit;
 }
 
-bool fieldsFit(CodedInputStream& input, const Descriptor& type, int levels) {
+bool fieldsFit(CodedInputStream& input, const google::protobuf::Descriptor& type, int levels) {
     while (const std::uint32_t tag = readTag(input)) {
         const FieldDescriptor* const field = type.FindFieldByNumber(fieldOf(tag));
         const bool isMessage = field != nullptr && field->message_type() != nullptr &&
@@ -66,7 +65,7 @@ bool skipField(CodedInputStream& input, std::uint32_t tag) {
     }
 }
 
-bool isWellFormed(std::string_view message, const Descriptor& type) {
+bool isWellFormed(std::string_view message, const google::protobuf::Descriptor& type) {
     const int size = static_cast<int>(message.size());
     CodedInputStream input(reinterpret_cast<const std::uint8_t*>(message.data()), size);
     input.PushLimit(size);

@@ -20,7 +20,7 @@ void resetAtTheEnd(int socket) {
     ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &atOnce, sizeof(atOnce));
 }
 
-bool relay(int from, int to) {
+bool passOn(int from, int to) {
     std::array<char, 65536> buffer{};
     const ssize_t size = ::read(from, buffer.data(), buffer.size());
     return size > 0 &&
@@ -84,8 +84,8 @@ void TcpRelay::run() {
         std::size_t next = 2;
         for (auto pair = pairs.begin(); pair != pairs.end(); next += 2) {
             const bool goesOn =
-                (polled[next].revents == 0 || relay(pair->near.get(), pair->far.get())) &&
-                (polled[next + 1].revents == 0 || relay(pair->far.get(), pair->near.get()));
+                (polled[next].revents == 0 || passOn(pair->near.get(), pair->far.get())) &&
+                (polled[next + 1].revents == 0 || passOn(pair->far.get(), pair->near.get()));
             pair = goesOn ? std::next(pair) : pairs.erase(pair);
         }
         if (polled[1].revents != 0) {

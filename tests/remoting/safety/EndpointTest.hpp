@@ -26,6 +26,8 @@
 
 namespace agent::orvi::remoting::test {
 
+inline constexpr auto invalidArgument = grpc::StatusCode::INVALID_ARGUMENT;
+
 using streambuf::test::RecordingDevice;
 
 /// A device that is published, with its number at the endpoint.

@@ -8,8 +8,6 @@ namespace {
 using testing::IsEmpty;
 using testing::StartsWith;
 
-constexpr auto invalidArgument = grpc::StatusCode::INVALID_ARGUMENT;
-
 /// A call stream on which its importer does what it must not do.
 class HostileCallTest : public EndpointTest {
 protected:

@@ -3,8 +3,6 @@
 namespace agent::orvi::remoting::test {
 namespace {
 
-constexpr auto invalidArgument = grpc::StatusCode::INVALID_ARGUMENT;
-
 /// A control stream on which its importer does what it must not do.
 class HostileControlTest : public EndpointTest {
 protected:

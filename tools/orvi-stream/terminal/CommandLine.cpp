@@ -153,7 +153,7 @@ void addUuid(CLI::App& command, Arguments& arguments) {
 
 constexpr auto streamTimeout = "How long to wait for the stream (20); 0: only if it is there now";
 constexpr std::chrono::seconds streamTime{20};
-constexpr std::chrono::seconds answerTime{5};
+constexpr std::chrono::seconds listTime{5};
 
 /// A command as the command line names it, and what it does; the result is the exit code.
 struct Command {
@@ -237,7 +237,7 @@ Command addList(CLI::App& program, Arguments& arguments) {
     command.add_flag("--json", arguments.json, "Print JSON; with --watch, an object in each line");
     addSearch(command, arguments, "How long to wait for the answers of endpoints (5)");
     return {&command, [&arguments] {
-                list({search(arguments, answerTime), arguments.watch, arguments.json});
+                list({search(arguments, listTime), arguments.watch, arguments.json});
                 return ExitCode::done;
             }};
 }
