@@ -118,14 +118,16 @@ void FrameworkCore::prepare() {
     hooks_ = std::make_shared<HookTracker>(weak_from_this(), BundleContext(context_));
 }
 
+std::shared_ptr<HookTracker> FrameworkCore::hooks() const {
+    std::lock_guard const lock(mutex_);
+    return hooks_;
+}
+
 void FrameworkCore::openHooks() {
-    std::shared_ptr<HookTracker> hooks;
-    {
-        std::lock_guard const lock(mutex_);
-        hooks = hooks_;
-    }
     try {
-        hooks->open();
+        if (auto const tracker = hooks()) {
+            tracker->open();
+        }
     } catch (IllegalStateException const&) {
         // Another thread has stopped the framework already.
     }
@@ -192,12 +194,7 @@ void FrameworkCore::stop() {
 
 void FrameworkCore::shutDown() {
     send(BundleEvent(BundleEvent::BUNDLE_STOPPING, bundle()));
-    std::shared_ptr<HookTracker> hooks;
-    {
-        std::lock_guard const lock(mutex_);
-        hooks = hooks_;
-    }
-    hooks->close();
+    hooks()->close();
     std::shared_ptr<ContextData> context;
     {
         std::lock_guard const lock(mutex_);

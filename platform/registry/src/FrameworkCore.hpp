@@ -95,7 +95,11 @@ public:
     ListenerTokenId addBundleListener(BundleListener listener);
     ListenerTokenId addFrameworkListener(FrameworkListener listener);
     void removeListener(ListenerTokenId id);
-    std::vector<ServiceListenerHook::ListenerInfo> listenerInfos() const;
+
+    /// The service listeners, to be changed by what tells hooks of it.
+    ListenerIndex& serviceListeners() { return serviceListeners_; }
+
+    static std::vector<ServiceListenerHook::ListenerInfo> infos(Listeners const& listeners);
 
     // Events
     void send(FrameworkEvent const& event);
@@ -121,6 +125,7 @@ public:
 
 private:
     void prepare();
+    std::shared_ptr<HookTracker> hooks() const;
     void openHooks();
     void shutDown();
     void join();
@@ -133,9 +138,6 @@ private:
     void send(BundleEvent const& event);
     void log(std::string const& line);
     void deliver(ServiceListenerEntry const& entry, ServiceEvent const& event) noexcept;
-    void callListenerHooks(
-        ListenerIndex::Entry const& entry,
-        void (ServiceListenerHook::*call)(std::vector<ServiceListenerHook::ListenerInfo> const&));
     template <class Hook, class Call>
     void
     callHooks(std::vector<ServiceIndex::Entry> const& hooks, char const* failure, Call const& call);

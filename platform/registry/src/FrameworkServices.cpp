@@ -132,8 +132,11 @@ ListenerTokenId FrameworkCore::addServiceListener(
     auto filter = filterText.empty() ? nullptr : FilterExpression::parse(filterText);
     auto const entry = std::make_shared<ServiceListenerEntry>(
         ++lastListenerId_, std::move(context), std::move(listener), filterText, std::move(filter));
-    serviceListeners_.add(entry);
-    callListenerHooks(entry, &ServiceListenerHook::Added);
+    if (auto const tracker = hooks()) {
+        tracker->add(*this, entry);
+    } else {
+        serviceListeners_.add(entry);
+    }
     return entry->id;
 }
 
@@ -153,37 +156,20 @@ void FrameworkCore::removeListener(ListenerTokenId id) {
     if (id == 0 || frameworkListeners_.remove(id) || bundleListeners_.remove(id)) {
         return;
     }
-    if (auto const entry = serviceListeners_.remove(id)) {
-        entry->removed = true;
-        callListenerHooks(entry, &ServiceListenerHook::Removed);
+    if (auto const tracker = hooks()) {
+        tracker->remove(*this, id);
+    } else {
+        serviceListeners_.remove(id);
     }
 }
 
-Infos FrameworkCore::listenerInfos() const {
-    Infos infos;
-    for (auto& entry : serviceListeners_.all()) {
-        infos.push_back(ServiceListenerHook::ListenerInfo(std::move(entry)));
+Infos FrameworkCore::infos(Listeners const& listeners) {
+    Infos result;
+    result.reserve(listeners.size());
+    for (auto const& entry : listeners) {
+        result.push_back(ServiceListenerHook::ListenerInfo(entry));
     }
-    return infos;
-}
-
-void FrameworkCore::callListenerHooks(
-    ListenerIndex::Entry const& entry, void (ServiceListenerHook::*call)(Infos const&)) {
-    std::shared_ptr<HookTracker> tracker;
-    {
-        std::lock_guard const lock(mutex_);
-        tracker = hooks_;
-    }
-    if (!tracker) {
-        return;
-    }
-    for (auto const& hook : tracker->hooks()) {
-        try {
-            ((*hook.object).*call)({ServiceListenerHook::ListenerInfo(entry)});
-        } catch (...) {
-            sendWarning("Failed to call listener hook # ", hook.serviceId);
-        }
-    }
+    return result;
 }
 
 template <class Hook, class Call>
@@ -249,7 +235,7 @@ void FrameworkCore::hideFromReceivers(
     Listeners& listeners) {
     using Shrinkable = ShrinkableVector<ServiceListenerHook::ListenerInfo>;
     std::map<BundleContext, Infos> infos;
-    for (auto& info : listenerInfos()) {
+    for (auto& info : FrameworkCore::infos(serviceListeners_.all())) {
         infos[info.GetBundleContext()].push_back(std::move(info));
     }
     std::map<BundleContext, Shrinkable> shrinkables;

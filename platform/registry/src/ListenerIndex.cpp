@@ -90,6 +90,7 @@ Entry ListenerIndex::remove(ListenerTokenId id) {
         return nullptr;
     }
     auto entry = std::move(found->second);
+    entry->removed = true;
     all_.erase(found);
     others_.erase(id);
     if (entry->filter) {

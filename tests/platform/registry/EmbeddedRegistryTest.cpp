@@ -3,12 +3,17 @@
 #include <cppmicroservices/Constants.h>
 #include <cppmicroservices/LDAPFilter.h>
 #include <cppmicroservices/ServiceFactory.h>
+#include <cppmicroservices/ServiceListenerHook.h>
 #include <cppmicroservices/ServiceTracker.h>
 
+#include <atomic>
 #include <chrono>
+#include <functional>
 #include <future>
 #include <latch>
+#include <mutex>
 #include <thread>
+#include <unordered_map>
 
 namespace registry_test {
 namespace {
@@ -128,6 +133,107 @@ TEST_F(EmbeddedRegistryTest, ListenersAreCalledInTheOrderTheyWereAdded) {
     }
     auto const registration = registerCodec();
     EXPECT_THAT(order, ElementsAre(0, 1, 2, 3, 4, 5, 6, 7));
+}
+
+/// Runs an action on a thread of its own, and waits for it.
+void runElsewhere(std::function<void()> const& action) {
+    std::thread(action).join();
+}
+
+/// Lets another thread do something while the hook is told of a listener for the first time.
+struct InterruptedHook : ServiceListenerHook {
+    void Added(std::vector<ListenerInfo> const& listeners) override {
+        if (auto const action = std::exchange(meanwhile, {})) {
+            runElsewhere(action);
+        }
+        record("+", listeners);
+    }
+
+    void Removed(std::vector<ListenerInfo> const& listeners) override { record("-", listeners); }
+
+    void record(std::string const& what, std::vector<ListenerInfo> const& listeners) {
+        for (auto const& info : listeners) {
+            if (info.GetFilter() == "(x=1)") {
+                calls.push_back(what);
+            }
+        }
+    }
+
+    std::function<void()> meanwhile;
+    std::vector<std::string> calls;
+};
+
+TEST_F(EmbeddedRegistryTest, HookLearnsOfAListenerThatComesWhileItIsTakenIn) {
+    auto const hook = std::make_shared<InterruptedHook>();
+    ListenerToken token;
+    hook->meanwhile = [&] {
+        token = context.AddServiceListener([](ServiceEvent const&) {}, "(x=1)");
+    };
+    auto const registration = context.RegisterService<ServiceListenerHook>(hook);
+    EXPECT_THAT(hook->calls, ElementsAre("+"));
+    context.RemoveListener(std::move(token));
+    EXPECT_THAT(hook->calls, ElementsAre("+", "-"));
+}
+
+TEST_F(EmbeddedRegistryTest, HookLearnsOfAListenerThatGoesWhileItIsTakenIn) {
+    auto const hook = std::make_shared<InterruptedHook>();
+    auto token = context.AddServiceListener([](ServiceEvent const&) {}, "(x=1)");
+    hook->meanwhile = [&] { context.RemoveListener(std::move(token)); };
+    auto const registration = context.RegisterService<ServiceListenerHook>(hook);
+    EXPECT_THAT(hook->calls, ElementsAre("+", "-"));
+}
+
+/// Notes what it is told of each listener, in order.
+struct NotingHook : ServiceListenerHook {
+    void Added(std::vector<ListenerInfo> const& listeners) override { note('+', listeners); }
+
+    void Removed(std::vector<ListenerInfo> const& listeners) override { note('-', listeners); }
+
+    void note(char what, std::vector<ListenerInfo> const& listeners) {
+        std::lock_guard const lock(mutex);
+        for (auto const& info : listeners) {
+            notes[info] += what;
+        }
+    }
+
+    std::mutex mutex;
+    std::unordered_map<ListenerInfo, std::string> notes;
+};
+
+TEST_F(EmbeddedRegistryTest, HookLearnsOnceOfEachListenerHoweverManyComeAndGo) {
+    std::atomic<bool> done{false};
+    std::latch start(3);
+    auto const churn = [&] {
+        start.arrive_and_wait();
+        while (!done) {
+            context.RemoveListener(context.AddServiceListener([](ServiceEvent const&) {}, "(x=1)"));
+        }
+        context.AddServiceListener([](ServiceEvent const&) {}, "(last=1)");
+    };
+    std::thread first(churn);
+    std::thread second(churn);
+    start.arrive_and_wait();
+    std::vector<std::shared_ptr<NotingHook>> hooks;
+    for (int i = 0; i < 1000; ++i) {
+        auto const hook = std::make_shared<NotingHook>();
+        auto registration = context.RegisterService<ServiceListenerHook>(hook);
+        if (i % 100 == 0) {
+            hooks.push_back(hook);
+        } else {
+            registration.Unregister();
+        }
+    }
+    done = true;
+    first.join();
+    second.join();
+    for (auto const& hook : hooks) {
+        int last = 0;
+        for (auto const& [info, note] : hook->notes) {
+            EXPECT_EQ(note, info.IsRemoved() ? "+-" : "+") << info.GetFilter();
+            last += info.GetFilter() == "(last=1)" ? 1 : 0;
+        }
+        EXPECT_EQ(last, 2);
+    }
 }
 
 TEST_F(EmbeddedRegistryTest, TrackerCanBeClosedByItsOwnCustomizer) {
