@@ -69,8 +69,9 @@ std::shared_ptr<ImportTable> ImportTable::open(
             std::static_pointer_cast<cppmicroservices::ServiceListenerHook>(table->wants));
     };
     table->hook = followListeners();
-    // A listener that comes while a registry takes in a hook may be told to nobody: it is too late
-    // for those that the hook begins with, and too early for news. Another one begins with it.
+    // The embedded registry tells a hook of every listener. CppMicroServices tells nobody of one
+    // that comes after a hook was given those it begins with and before it is told of others. A
+    // second hook begins with that one, too.
     followListeners().Unregister();
     return table;
 }
