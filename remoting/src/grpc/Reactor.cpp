@@ -186,7 +186,8 @@ void Reactor::callThread() {
         pool.notify_one();
         return;
     }
-    if (!stopping && threads.size() < maximumTasks + threadsBesideTasks) {
+    const std::size_t forTasks = threads.size() - std::min(threads.size(), threadsBesideTasks);
+    if (!stopping && forTasks < maximumTasks) {
         try {
             spawn();
             return;
