@@ -200,16 +200,16 @@ void Reactor::callThread() {
     }
 }
 
-/// Return the tasks of which one may be run now, null if there are none.
-std::list<Executor::Task>* Reactor::nextTasks() noexcept {
+/// Return the kind of tasks of which one may be run now, null if there is none.
+std::list<Executor::Task> Reactor::Tasks::*Reactor::nextTasks() const noexcept {
     if (!tasks.brief.empty() && running <= maximumTasks) {
-        return &tasks.brief;
+        return &Tasks::brief;
     }
-    return !tasks.any.empty() && running < maximumTasks ? &tasks.any : nullptr;
+    return !tasks.any.empty() && running < maximumTasks ? &Tasks::any : nullptr;
 }
 
 bool Reactor::mayRunTask() const noexcept {
-    return const_cast<Reactor*>(this)->nextTasks() != nullptr;
+    return nextTasks() != nullptr;
 }
 
 /// Return how many threads wait to be called.
@@ -238,7 +238,7 @@ void Reactor::run(Thread& self) {
 
 /// Run the first task. This thread counts as resting before and after.
 void Reactor::runTask(Lock& lock) {
-    std::list<Task>& source = *nextTasks();
+    std::list<Task>& source = tasks.*nextTasks();
     Task task = std::move(source.front());
     source.pop_front();
     ++running;

@@ -113,7 +113,7 @@ private:
     void rest(Lock& lock, bool hasEndedTask);
     void runTask(Lock& lock);
     bool mayRunTask() const noexcept;
-    std::list<Task>* nextTasks() noexcept;
+    std::list<Task> Tasks::*nextTasks() const noexcept;
     std::size_t sleepers() const noexcept;
     void resign() noexcept;
     void callThread();
