@@ -280,6 +280,28 @@ TEST_F(LocalListenerTest, IsNotConnectedToWhenItIsAnotherUsers) {
                                            std::generic_category().message(EPERM)));
 }
 
+TEST_F(LocalListenerTest, IsForThoseWithTheRightsOfItsUserWhoeverStartedThem) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "Only root can act with the rights of another user";
+    }
+    const auto foreign = parent.path / "foreign";
+    std::filesystem::create_directory(foreign);
+    ASSERT_EQ(::chmod(parent.path.c_str(), 0755), 0);
+    ASSERT_EQ(::chmod(foreign.c_str(), 0700), 0);
+    ASSERT_EQ(::chown(foreign.c_str(), 12345, 12345), 0);
+    test::PeerProcess listener({"listen-with-rights-of", foreign, "id", "12345"});
+    const std::string socket = listener.readLine();
+    test::PeerProcess same({"connect-with-rights-of", socket, "12345"});
+    EXPECT_EQ(same.readLine(), "end") << "it closes what it accepts";
+    test::PeerProcess other({"connect-with-rights-of", socket, "0"});
+    EXPECT_EQ(other.readLine(), std::generic_category().message(EPERM));
+    const Descriptor unchecked = test::newLocalSocket();
+    ASSERT_EQ(test::withPath(::connect, unchecked.get(), socket), 0);
+    EXPECT_EQ(test::readFrom(unchecked.get()), "end");
+    listener.closeInput();
+    EXPECT_EQ(listener.readLine(), "1");
+}
+
 class ConnectLocalTest : public LocalListenerTest {};
 
 TEST_F(ConnectLocalTest, SaysThatThereIsNoSocket) {

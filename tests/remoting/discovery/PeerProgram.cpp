@@ -14,6 +14,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <fcntl.h>
@@ -182,6 +183,42 @@ int connectAs(const Arguments& arguments) {
     return 0;
 }
 
+/// PATH USER: connect with another user's rights, though started by this one, and print what is
+/// read, or why not.
+int connectWithRightsOf(const Arguments& arguments) {
+    if (::seteuid(static_cast<uid_t>(std::stoul(arguments.at(1)))) != 0) {
+        return 1;
+    }
+    try {
+        const Descriptor socket(connectLocal(arguments.at(0)).descriptor);
+        std::cout << test::readFrom(socket.get()) << std::endl;
+    } catch (const std::system_error& error) {
+        std::cout << error.code().message() << std::endl;
+    }
+    return 0;
+}
+
+/// DIRECTORY ID USER: listen with another user's rights, though started by this one; print the path
+/// of the socket and at the end how many connections there were.
+int listenWithRightsOf(const Arguments& arguments) {
+    if (::seteuid(static_cast<uid_t>(std::stoul(arguments.at(2)))) != 0) {
+        return 1;
+    }
+    int count = 0;
+    {
+        Housekeeper housekeeper;
+        const LocalListener listener(
+            housekeeper, RuntimeDirectory(arguments.at(0)), arguments.at(1), [&](int descriptor) {
+                ++count;
+                closeConnection(descriptor);
+            });
+        std::cout << listener.path().string() << std::endl;
+        waitForEndOfInput();
+    }
+    std::cout << count << std::endl;
+    return 0;
+}
+
 /// DIRECTORY ID USER: listen as another user.
 int listenAs(const Arguments& arguments) {
     if (::setuid(static_cast<uid_t>(std::stoul(arguments.at(2)))) != 0) {
@@ -203,7 +240,9 @@ int main(int count, char** values) {
         {"owner", askForOwner},
         {"start-again-and-again", startAgainAndAgain},
         {"clear-again-and-again", clearAgainAndAgain},
-        {"connect-as", connectAs}};
+        {"connect-as", connectAs},
+        {"connect-with-rights-of", connectWithRightsOf},
+        {"listen-with-rights-of", listenWithRightsOf}};
     const Arguments arguments(values + 1, values + count);
     return actions.at(arguments.at(0))({arguments.begin() + 1, arguments.end()});
 }
