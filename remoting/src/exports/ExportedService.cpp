@@ -26,10 +26,10 @@ std::string lookUpName(const Properties& properties, const core::Invokable& serv
 } // namespace
 
 ExportedService::ExportedService(
-    cppmicroservices::ServiceReferenceBase reference, std::uint64_t number,
+    const cppmicroservices::ServiceReferenceBase& reference, std::uint64_t number,
     std::shared_ptr<core::Invokable> service, Properties properties,
     const std::weak_ptr<Executor>& executor)
-    : reference(std::move(reference))
+    : reference(reference)
     , number(number)
     , name(lookUpName(properties, *service))
     , service(std::move(service))

@@ -21,7 +21,7 @@ namespace agent::orvi::remoting::details {
 /// Thread safety: thread-safe.
 struct ExportedService {
     ExportedService(
-        cppmicroservices::ServiceReferenceBase reference, std::uint64_t number,
+        const cppmicroservices::ServiceReferenceBase& reference, std::uint64_t number,
         std::shared_ptr<core::Invokable> service, Properties properties,
         const std::weak_ptr<Executor>& executor);
 

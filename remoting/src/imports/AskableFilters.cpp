@@ -81,7 +81,7 @@ std::vector<std::string> narrowed(std::vector<std::string> operands) {
     const std::string others = fitting(std::move(operands), room - std::min(room, taken));
     for (std::string& part : parts) {
         if (!others.empty()) {
-            part = "(&" + others + part + ")";
+            part.insert(0, others).insert(0, "(&").push_back(')');
         }
     }
     return parts;
