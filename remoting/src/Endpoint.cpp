@@ -1,5 +1,6 @@
 #include <orvi/remoting/Endpoint.hpp>
 
+#include "carrier/FrameworkIdentity.hpp"
 #include "discovery/BlockedSignals.hpp"
 #include "discovery/HangUpWatch.hpp"
 #include "discovery/Housekeeper.hpp"
@@ -13,7 +14,6 @@
 
 #include <foundation/cppmicroservices/getFramework.hpp>
 
-#include <cppmicroservices/Constants.h>
 #include <cppmicroservices/Framework.h>
 
 #include <boost/uuid/random_generator.hpp>
@@ -65,11 +65,6 @@ void check(const EndpointOptions& options) {
         "Listening on TCP needs TLS files, or plainLoopback for loopback addresses.");
 }
 
-std::string frameworkId(const cppmicroservices::BundleContext& context) {
-    return cppmicroservices::any_cast<std::string>(
-        context.GetProperty(cppmicroservices::Constants::FRAMEWORK_UUID));
-}
-
 } // namespace
 
 class Endpoint::Impl : public std::enable_shared_from_this<Endpoint::Impl> {
@@ -85,7 +80,7 @@ public:
 
     void open(const EndpointOptions& options) {
         const auto context = foundation::cppmicroservices::getFramework()->GetBundleContext();
-        name = {frameworkId(context), endpointId};
+        name = {frameworkIdentity(context), endpointId};
         server.emplace(
             ServerSettings{
                 options.tls,

@@ -1,5 +1,7 @@
 #include "exports/ExportTable.hpp"
 
+#include "carrier/FrameworkIdentity.hpp"
+
 #include <cppmicroservices/Constants.h>
 #include <cppmicroservices/ServiceEvent.h>
 
@@ -179,9 +181,7 @@ void ExportTable::add(const ServiceReferenceBase& reference, bool replace, const
     properties.emplace_back("service.imported", true);
     properties.emplace_back("service.imported.configs", std::vector<std::string>{"orvi.grpc"});
     properties.emplace_back("endpoint.id", endpointId + "/" + std::to_string(number));
-    properties.emplace_back(
-        "endpoint.framework.uuid",
-        context.GetProperty(cppmicroservices::Constants::FRAMEWORK_UUID));
+    properties.emplace_back("endpoint.framework.uuid", frameworkIdentity(context));
     const auto exported = std::make_shared<ExportedService>(
         reference, number, service, std::move(properties), executor);
     const std::lock_guard lock(mutex);

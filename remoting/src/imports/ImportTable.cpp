@@ -1,5 +1,6 @@
 #include "imports/ImportTable.hpp"
 
+#include "carrier/FrameworkIdentity.hpp"
 #include "imports/ImportedService.hpp"
 #include "wire/PropertyCodec.hpp"
 
@@ -83,8 +84,7 @@ ImportTable::ImportTable(
     , executor(std::move(executor))
     , linkChanged(std::move(linkChanged))
     , limits(limits)
-    , framework(cppmicroservices::any_cast<std::string>(
-          this->context.GetProperty(cppmicroservices::Constants::FRAMEWORK_UUID))) {}
+    , framework(frameworkIdentity(this->context)) {}
 
 void ImportTable::connect(std::shared_ptr<Connection> connection, const std::string& address) {
     const auto link =
