@@ -65,15 +65,8 @@ std::shared_ptr<ImportTable> ImportTable::open(
                 alive->wantChanged(want, wanted);
             }
         });
-    const auto followListeners = [&] {
-        return table->context.RegisterService<cppmicroservices::ServiceListenerHook>(
-            std::static_pointer_cast<cppmicroservices::ServiceListenerHook>(table->wants));
-    };
-    table->hook = followListeners();
-    // The embedded registry tells a hook of every listener. CppMicroServices tells nobody of one
-    // that comes after a hook was given those it begins with and before it is told of others. A
-    // second hook begins with that one, too.
-    followListeners().Unregister();
+    table->listeners = RegistryListeners::of(table->context);
+    table->listeners->tell(table->wants);
     return table;
 }
 
@@ -349,11 +342,7 @@ bool ImportTable::awaitSettled(
 }
 
 void ImportTable::close(const StreamEnd& end) noexcept {
-    try {
-        hook.Unregister();
-    } catch (...) {
-        // The framework has stopped and has dropped it already.
-    }
+    listeners->tellNoMore(wants);
     std::set<std::shared_ptr<PeerLink>> open;
     {
         const std::lock_guard lock(mutex);

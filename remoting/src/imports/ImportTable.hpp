@@ -1,6 +1,7 @@
 #pragma once
 
 #include "imports/PeerLink.hpp"
+#include "imports/RegistryListeners.hpp"
 #include "imports/Wants.hpp"
 
 #include <orvi/core/Invokable.hpp>
@@ -110,7 +111,7 @@ private:
     const ImporterLimits limits;
     const std::string framework;
     std::shared_ptr<Wants> wants;
-    cppmicroservices::ServiceRegistration<cppmicroservices::ServiceListenerHook> hook;
+    std::shared_ptr<RegistryListeners> listeners;
 
     std::mutex mutex;
     std::condition_variable changed;

@@ -2,6 +2,7 @@
 
 #include <cppmicroservices/ServiceException.h>
 
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
@@ -198,6 +199,26 @@ TEST_F(RemoteLookUp, BeyondTheLimitOfTheEndpointIsMadeOnceThereIsRoom) {
     first.reset();
     ASSERT_TRUE(importer.waitUntilSettled(errorTime));
     EXPECT_EQ(third.found().size(), 1u);
+}
+
+TEST_F(RemoteLookUp, GoesOnWhileImportersComeAndGo) {
+    publisher.ask("open-endpoint" + where());
+    const auto uuid = publish(publisher, "device", stream);
+    const Importer importer(importing());
+    std::atomic<bool> ended = false;
+    Background lookingUp([&] {
+        int found = 0;
+        for (; !ended; ++found) {
+            StreamBuffer buffer = connectAtLast(uuid);
+            const LookUp other(newUuid());
+        }
+        return found;
+    });
+    for (int round = 0; round < 200; ++round) {
+        const Importer passing(importing());
+    }
+    ended = true;
+    EXPECT_GT(lookingUp.get(), 0);
 }
 
 TEST_F(RemoteLookUp, KnowsWhoIsThereFromTheBeginning) {
