@@ -14,6 +14,7 @@
 #include <boost/uuid/uuid_io.hpp>
 
 #include <chrono>
+#include <memory>
 #include <stdexcept>
 #include <utility>
 
@@ -38,6 +39,22 @@ std::uint64_t parseBufferSize(const std::string& text) {
     }
 }
 
+using Tracker = cppmicroservices::ServiceTracker<core::Invokable>;
+
+std::unique_ptr<Tracker> openTracker(
+    const cppmicroservices::BundleContext& context, const cppmicroservices::LDAPFilter& filter) {
+    for (;;) {
+        auto tracker = std::make_unique<Tracker>(context, filter);
+        try {
+            tracker->Open();
+            return tracker;
+        } catch (const std::invalid_argument&) {
+            // A registry may say so of a service that was there when the tracker looked, and is not
+            // any more. There may be another one by now, or later.
+        }
+    }
+}
+
 /// Return the service object for one stream buffer alone, where the service tells its clients
 /// apart.
 std::shared_ptr<core::Invokable> connect(const std::shared_ptr<core::Invokable>& service) {
@@ -57,9 +74,7 @@ StreamBuffer makeDevice(const boost::uuids::uuid& uuid, CloseFunction close) {
     const auto context = framework->GetBundleContext();
     const std::string id = boost::uuids::to_string(uuid);
     const cppmicroservices::LDAPFilter filter("(orvi.servicename=orviStreambuf_" + id + ")");
-    const auto tracker =
-        std::make_unique<cppmicroservices::ServiceTracker<core::Invokable>>(context, filter);
-    tracker->Open();
+    const auto tracker = openTracker(context, filter);
     const std::shared_ptr<core::Invokable> found = tracker->WaitForService(lookUpTime);
     if (!found) {
         throw std::runtime_error(
