@@ -30,6 +30,7 @@ void ClientStream::begin() {
     const std::lock_guard lock(mutex);
     call = connection->stub.PrepareCall(&context, methodOf(kind), &connection->reactor->queue());
     call->StartCall(nullptr);
+    connection->reactor->enter();
     self = shared_from_this();
 }
 
@@ -165,6 +166,7 @@ void ClientStream::conclude(const StreamEnd& end) {
     }
     receiver->ended(end);
     receiver.reset();
+    connection->reactor->leave();
     connection->streamEnded(*this);
 }
 

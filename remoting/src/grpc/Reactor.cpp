@@ -137,7 +137,8 @@ void Reactor::stop(TimePoint timeLimit) noexcept {
         while (kicked) { // the alarm is an operation of the queue, too
             threadEnded.wait_until(lock, Clock::now() + lookInterval);
         }
-        completions->Shutdown();
+        abandoned = true;
+        shutDownIfUnused();
     }
     pool.notify_all();
     const auto allEnded = [this] {
@@ -157,6 +158,23 @@ void Reactor::stop(TimePoint timeLimit) noexcept {
         } else {
             thread->thread.detach();
         }
+    }
+}
+
+void Reactor::enter() {
+    const std::lock_guard lock(mutex);
+    ++users;
+}
+
+void Reactor::leave() noexcept {
+    const std::lock_guard lock(mutex);
+    --users;
+    shutDownIfUnused();
+}
+
+void Reactor::shutDownIfUnused() noexcept {
+    if (abandoned && users == 0) {
+        completions->Shutdown();
     }
 }
 

@@ -59,9 +59,16 @@ public:
     /// waits for what an event will bring without handling events.
     void attend();
 
-    /// Shut the queue down and end the threads once it is empty. No operation may be started any
-    /// more. Threads that are still busy with a task at the time limit are left behind; they end
-    /// with their tasks. Not from a thread of the pool.
+    /// Say that somebody starts operations from now on, until it leaves.
+    void enter();
+
+    /// Say that one of those who entered starts no more operations.
+    void leave() noexcept;
+
+    /// Shut the queue down once all who entered have left, as gRPC ends a process that starts an
+    /// operation later, and end the threads once it is empty. Nobody may enter any more. Threads
+    /// that have more to do at the time limit, tasks or events, are left behind until it is done.
+    /// Not from a thread of the pool.
     void stop(TimePoint timeLimit) noexcept;
 
 private:
@@ -121,6 +128,7 @@ private:
     bool handleEvent(TimePoint timeLimit, Tasks& posted);
     grpc::CompletionQueue::NextStatus nextEvent(void*& tag, bool& ok, TimePoint timeLimit);
     void kickLeader();
+    void shutDownIfUnused() noexcept;
 
     const OwnProcess process;
     const std::unique_ptr<grpc::CompletionQueue> completions;
@@ -146,7 +154,9 @@ private:
     unsigned int quietLooks = 0;       // since it changed last
     unsigned int looksSinceCall = ~0U; // since a caller came last
     unsigned int pressure = 0;         // how often events were waiting when a task had ended
+    std::size_t users = 0;             // who may start operations
     bool stopping = false;
+    bool abandoned = false; // by all but the users
     bool drained = false;
 
     bool kicked = false;

@@ -24,7 +24,7 @@ namespace {
 using core::GenericPayload;
 using streambuf::test::registryContext;
 
-const std::string name = "orviStreambuf_calls";
+const std::string serviceName = "orviStreambuf_calls";
 
 /// Keeps what it is asked for until somebody answers.
 class HeldDevice final : public core::Invokable {
@@ -51,7 +51,7 @@ public:
     std::vector<core::CompletionHandler> handlers;
 
 private:
-    const core::ServiceInterface description{name, core::APIVersion(1, 0), {}, {}};
+    const core::ServiceInterface description{serviceName, core::APIVersion(1, 0), {}, {}};
 };
 
 /// An importer's stream, and the session behind it.
@@ -118,7 +118,7 @@ struct CallSessionTest : testing::Test {
     cppmicroservices::ServiceRegistration<core::Invokable> registration =
         registryContext().RegisterService<core::Invokable>(
             std::static_pointer_cast<core::Invokable>(device),
-            {{"orvi.servicename", name}, {"service.exported.interfaces", std::string("*")}});
+            {{"orvi.servicename", serviceName}, {"service.exported.interfaces", std::string("*")}});
     std::shared_ptr<ScriptedExecutor> executor = std::make_shared<ScriptedExecutor>();
     std::shared_ptr<ExportTable> table = ExportTable::open(registryContext(), "endpoint", executor);
     std::shared_ptr<CallTerms> terms = std::make_shared<CallTerms>(EndpointOptions());

@@ -144,5 +144,13 @@ TEST_F(ReactorTest, GoesOnAfterAnEventThatThrows) {
     handleAnEvent();
 }
 
+TEST_F(ReactorTest, LetsThoseGoOnWhoHaveEnteredUntilTheyLeave) {
+    reactor->enter();
+    reactor->stop(std::chrono::system_clock::now() + 20ms);
+    handleAnEvent();
+    handleAnEvent();
+    reactor->leave();
+}
+
 } // namespace
 } // namespace agent::orvi::remoting::details
