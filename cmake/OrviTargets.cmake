@@ -39,6 +39,10 @@ endfunction()
 # them, and looking for undefined behaviour in them as well doubles it again.
 function(orvi_compile_as_test target)
     target_compile_options(${target} PRIVATE -O0 -g1)
+    if(CMAKE_UNITY_BUILD)
+        # A name of one file's own shadows nothing in another.
+        target_compile_options(${target} PRIVATE -Wno-shadow)
+    endif()
     if(CMAKE_CXX_FLAGS MATCHES "-fsanitize=.*undefined")
         target_compile_options(${target} PRIVATE -fno-sanitize=undefined)
     endif()
