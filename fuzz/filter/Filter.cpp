@@ -102,18 +102,17 @@ void checkFilter(const LDAPFilter& filter, const FilterProperties& properties) {
     require(again.has_value(), "a filter's text is a filter");
     require(
         again->ToString() == text && *again == filter, "a filter's text is that of an equal one");
+    const bool matches = referenceMatch(text, properties, false);
+    const bool matchesCase = referenceMatch(text, properties, true);
     for (const auto type :
          {AnyMap::ORDERED_MAP, AnyMap::UNORDERED_MAP, AnyMap::UNORDERED_MAP_CASEINSENSITIVE_KEYS}) {
         const AnyMap map = mapOf(properties, type);
+        require(filter.Match(map) == matches, "properties match as they must");
         require(
-            filter.Match(map) == referenceMatch(text, properties, false),
-            "properties match as they must");
-        require(
-            filter.MatchCase(map) == referenceMatch(text, properties, true),
+            filter.MatchCase(map) == matchesCase,
             "properties match as they must, with regard to case");
         require(
-            again->Match(map) == filter.Match(map) &&
-                again->MatchCase(map) == filter.MatchCase(map),
+            again->Match(map) == matches && again->MatchCase(map) == matchesCase,
             "equal filters match the same");
     }
 }
