@@ -1,12 +1,19 @@
+#include "ChildProcess.hpp"
 #include "MemoryDevice.hpp"
+#include "StreamCosts.hpp"
 
 #include <benchmark/benchmark.h>
 #include <boost/version.hpp>
 
+#include <exception>
+#include <iostream>
 #include <string>
 
-/// Run what the other files registered, and record with what they were compiled.
-int main(int argc, char** argv) {
+namespace {
+
+using namespace agent::orvi::bench;
+
+int run(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
         return 1;
@@ -17,7 +24,29 @@ int main(int argc, char** argv) {
     benchmark::AddCustomContext("compiler", "GCC " __VERSION__);
 #endif
     benchmark::AddCustomContext("boost", BOOST_LIB_VERSION);
-    benchmark::AddCustomContext("buffer_size", std::to_string(agent::orvi::bench::bufferSize));
+    benchmark::AddCustomContext("buffer_size", std::to_string(bufferSize));
+    registerStreamCosts({"--streams"});
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
+    return 0;
+}
+
+int measureStreams(const std::string& count) {
+    endWithParent();
+    announce(costsOfStreams(std::stoul(count)));
+    return 0;
+}
+
+} // namespace
+
+/// Run what the other files registered, and record with what they were compiled; or measure streams
+/// in a process of their own: --streams COUNT.
+int main(int argc, char** argv) {
+    try {
+        return argc == 3 && argv[1] == std::string("--streams") ? measureStreams(argv[2])
+                                                                : run(argc, argv);
+    } catch (const std::exception& error) {
+        std::cerr << argv[0] << ": " << error.what() << '\n';
+        return 1;
+    }
 }

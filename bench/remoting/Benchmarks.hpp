@@ -24,4 +24,7 @@ void registerExchanges(const Servers& servers);
 /// Register benchmarks of connecting.
 void registerConnects(const Servers& servers);
 
+/// Register benchmarks of several threads that read.
+void registerReaders(const Servers& servers);
+
 } // namespace agent::orvi::bench

@@ -1,24 +1,18 @@
+#include "Samples.hpp"
 #include "remoting/Benchmarks.hpp"
+#include "remoting/KnownStream.hpp"
 #include "remoting/OrviClient.hpp"
-#include "remoting/Samples.hpp"
 
-#include <foundation/cppmicroservices/getFramework.hpp>
-#include <orvi/core/Invokable.hpp>
 #include <orvi/remoting/Importer.hpp>
 #include <streambuf/StreamBuffer.hpp>
 
-#include <cppmicroservices/BundleContext.h>
-#include <cppmicroservices/Framework.h>
-
 #include <benchmark/benchmark.h>
 #include <boost/uuid/uuid.hpp>
-#include <boost/uuid/uuid_io.hpp>
 
 #include <chrono>
 #include <cstddef>
 #include <exception>
 #include <stdexcept>
-#include <string>
 
 namespace agent::orvi::bench {
 namespace {
@@ -31,10 +25,7 @@ boost::uuids::uuid unknownStream() {
     static std::size_t last = 0;
     last = (last + 1) % connectableDevices;
     const boost::uuids::uuid uuid = uuidOfConnectable(last);
-    auto context = foundation::cppmicroservices::getFramework()->GetBundleContext();
-    const std::string filter =
-        "(orvi.servicename=orviStreambuf_" + boost::uuids::to_string(uuid) + ")";
-    if (!context.GetServiceReferences<core::Invokable>(filter).empty()) {
+    if (isKnown(uuid)) {
         throw std::runtime_error("The stream to connect to is still known.");
     }
     return uuid;

@@ -1,6 +1,6 @@
+#include "ServedBytes.hpp"
 #include "remoting/Certificates.hpp"
-#include "remoting/Exchange.hpp"
-#include "remoting/ServedBytes.hpp"
+#include "remoting/Exchanges.hpp"
 
 #include <exchange.grpc.pb.h>
 

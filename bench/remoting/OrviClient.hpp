@@ -6,7 +6,6 @@
 
 #include <boost/uuid/uuid.hpp>
 
-#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -14,9 +13,7 @@
 
 namespace agent::orvi::bench {
 
-/// What one call may move. The server publishes a device for each, with buffers of that size.
-constexpr std::array<std::size_t, 3> transferSizes{4 << 10, 64 << 10, 1 << 20};
-
+/// Return the name of the device whose buffers have that size.
 constexpr boost::uuids::uuid uuidFor(std::size_t bufferSize) {
     return {{0xbe, 0x4c, static_cast<std::uint8_t>(std::bit_width(bufferSize))}};
 }

@@ -1,7 +1,10 @@
+#include "ConnectedStream.hpp"
+#include "CountingDevice.hpp"
+#include "Readers.hpp"
+#include "Sizes.hpp"
 #include "remoting/Certificates.hpp"
-#include "remoting/Exchange.hpp"
+#include "remoting/Exchanges.hpp"
 #include "remoting/OrviClient.hpp"
-#include "remoting/ServedBytes.hpp"
 
 #include <orvi/remoting/Endpoint.hpp>
 #include <orvi/remoting/Importer.hpp>
@@ -9,8 +12,6 @@
 
 #include <unistd.h>
 
-#include <cstdint>
-#include <ios>
 #include <memory>
 #include <string>
 #include <vector>
@@ -18,87 +19,22 @@
 namespace agent::orvi::bench {
 namespace {
 
-constexpr std::ios_base::openmode modeOf(Direction direction) {
-    return direction == Direction::read ? std::ios_base::in : std::ios_base::out;
-}
-
-/// A device over memory whose position is the number of calls that have read or written.
-///
-/// Thread safety: its operations are called one at a time, as an endpoint does by default.
-streambuf::StreamBuffer publish(const boost::uuids::uuid& uuid, std::size_t bufferSize) {
-    struct State {
-        ServedBytes bytes;
-        std::int64_t calls = 0;
-    };
-
-    const auto state = std::make_shared<State>();
-    return streambuf::makeDevice(
-        uuid,
-        [state](std::int64_t count) {
-            ++state->calls;
-            const auto size = static_cast<std::size_t>(count);
-            return std::string(state->bytes.next(size), size);
-        },
-        [state](const std::string& data) {
-            ++state->calls;
-            return static_cast<std::int64_t>(data.size());
-        },
-        [state](std::int64_t, int, int) -> std::streampos { return state->calls; },
-        [state](std::streampos position, int) {
-            state->bytes.restart();
-            return position;
-        },
-        bufferSize);
-}
-
+/// A connected stream, and the importer that finds it.
 class OrviExchange final : public Exchange {
 public:
     OrviExchange(const remoting::ImporterOptions& options, Transfer transfer)
-        : transfer(transfer)
-        , importer(options)
-        , buffer(streambuf::makeDevice(uuidFor(transfer.size), streambuf::noCloseFunction()))
-        , bytes(transfer.size, 'w') {
-        buffer.pubseekpos(0, modeOf(transfer.direction));
-        callsBefore = position();
-        prime();
-    }
+        : importer(options)
+        , stream(uuidFor(transfer.size), transfer) {}
 
-    void call() override {
-        const auto size = static_cast<std::streamsize>(transfer.size);
-        expectAll(
-            transfer.direction == Direction::read ? buffer.sgetn(bytes.data(), size) == size
-                                                  : buffer.sputn(bytes.data(), size) == size);
-    }
+    void call() override { stream.call(); }
 
-    std::string_view received() const override { return {bytes.data(), bytes.size()}; }
+    std::string_view received() const override { return stream.received(); }
 
-    std::size_t arrived(std::size_t) override {
-        // What prepared the buffer has been a call, too, or becomes one by this look.
-        const std::int64_t calls = position() - callsBefore - 1;
-        prime();
-        callsBefore += calls + 1;
-        return static_cast<std::size_t>(calls);
-    }
+    std::size_t arrived(std::size_t calls) override { return stream.arrived(calls); }
 
 private:
-    /// Bring the buffer into a state in which every transfer of its own size is one call of that
-    /// size: one character left to read, or none left to fill.
-    void prime() {
-        const auto size = static_cast<std::streamsize>(transfer.size);
-        expectAll(
-            transfer.direction == Direction::read ? buffer.sgetn(bytes.data(), size - 1) == size - 1
-                                                  : buffer.sputn(bytes.data(), size) == size);
-    }
-
-    std::int64_t position() {
-        return buffer.pubseekoff(0, std::ios_base::cur, modeOf(transfer.direction));
-    }
-
-    const Transfer transfer;
     remoting::Importer importer;
-    streambuf::StreamBuffer buffer;
-    std::vector<char> bytes;
-    std::int64_t callsBefore = 0;
+    ConnectedStream stream;
 };
 
 } // namespace
@@ -121,12 +57,13 @@ std::unique_ptr<Exchange> connectOrviTls(const ServerAddress& server, Transfer t
 }
 
 void serveOrvi(const ServerAddress& address) {
-    std::vector<streambuf::StreamBuffer> devices;
-    for (const std::size_t size : transferSizes) {
-        devices.push_back(publish(uuidFor(size), size));
+    // The endpoint lets one client at a time call a device.
+    std::vector<streambuf::StreamBuffer> devices = publishForReaders(Callers::oneAtATime);
+    for (const std::size_t size : sweptSizes) {
+        devices.push_back(publishCountingDevice(uuidFor(size), size));
     }
     for (std::size_t device = 0; device < connectableDevices; ++device) {
-        devices.push_back(publish(uuidOfConnectable(device), transferSizes[0]));
+        devices.push_back(publishCountingDevice(uuidOfConnectable(device), 4 << 10));
     }
     remoting::EndpointOptions options;
     options.runtimeDirectory = runtimeDirectory(address);

@@ -1,5 +1,5 @@
-#include "remoting/Exchange.hpp"
-#include "remoting/ServedBytes.hpp"
+#include "ServedBytes.hpp"
+#include "remoting/Exchanges.hpp"
 
 #include <grpcpp/generic/async_generic_service.h>
 #include <grpcpp/generic/generic_stub.h>
@@ -150,7 +150,7 @@ void serveRaw(const ServerAddress& address) {
         "unix:" + address.socket(kind).string(), grpc::InsecureServerCredentials());
     const auto queue = builder.AddCompletionQueue();
     const auto server = builder.BuildAndStart();
-    announce({});
+    announce("");
     for (;;) {
         grpc::GenericServerContext context;
         grpc::GenericServerAsyncReaderWriter stream(&context);

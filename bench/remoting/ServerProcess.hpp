@@ -1,6 +1,6 @@
 #pragma once
 
-#include <sys/types.h>
+#include "ChildProcess.hpp"
 
 #include <filesystem>
 #include <string>
@@ -18,26 +18,22 @@ struct ServerAddress {
     }
 };
 
-/// This program, run a second time as a server. It ends with this object or with this process.
+/// This program, run a second time as a server, which announces its address over TLS when it can be
+/// reached. It ends with this object or with this process.
 class ServerProcess {
 public:
     /// Start a server and wait until it can be reached.
     ///
     /// @throws std::system_error, std::runtime_error when it cannot be started.
-    ServerProcess(const std::string& kind, const std::filesystem::path& folder);
-    ~ServerProcess();
-
-    ServerProcess(const ServerProcess&) = delete;
-    ServerProcess& operator=(const ServerProcess&) = delete;
+    ServerProcess(const std::string& kind, const std::filesystem::path& folder)
+        : process({"--serve", kind, folder})
+        , serverAddress{folder, process.readLine()} {}
 
     const ServerAddress& address() const noexcept { return serverAddress; }
 
 private:
-    pid_t process = -1;
+    ChildProcess process;
     ServerAddress serverAddress;
 };
-
-/// Say in a server that it can be reached now, and under which address over TLS, if any.
-void announce(const std::string& tlsAddress);
 
 } // namespace agent::orvi::bench

@@ -1,5 +1,5 @@
-#include "remoting/Exchange.hpp"
-#include "remoting/ServedBytes.hpp"
+#include "ServedBytes.hpp"
+#include "remoting/Exchanges.hpp"
 
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -158,7 +158,7 @@ void serveSocket(const ServerAddress& address) {
         listen(listener, SOMAXCONN) != 0) {
         fail("Cannot listen");
     }
-    announce({});
+    announce("");
     for (;;) {
         const int connection = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
         if (connection < 0) {

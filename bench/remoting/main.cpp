@@ -1,51 +1,42 @@
+#include "MemoryDevice.hpp"
+#include "StreamCosts.hpp"
 #include "remoting/Benchmarks.hpp"
 #include "remoting/Certificates.hpp"
-#include "remoting/Exchange.hpp"
-#include "remoting/ServedBytes.hpp"
+#include "remoting/Exchanges.hpp"
+#include "remoting/RemoteStreamCosts.hpp"
+#include "remoting/TemporaryFolder.hpp"
 
 #include <benchmark/benchmark.h>
 #include <google/protobuf/stubs/common.h>
 #include <grpcpp/grpcpp.h>
 
-#include <cstdlib>
 #include <exception>
-#include <filesystem>
 #include <iostream>
 #include <map>
-#include <stdexcept>
 #include <string>
+#include <string_view>
 
 namespace {
 
 using namespace agent::orvi::bench;
 
-/// A folder that is gone with this object.
-class TemporaryFolder {
-public:
-    TemporaryFolder() {
-        std::string name = std::filesystem::temp_directory_path() / "orvi-bench-XXXXXX";
-        if (mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("Cannot make a temporary folder.");
-        }
-        path = name;
-    }
-
-    ~TemporaryFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path, ignored);
-    }
-
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-    std::filesystem::path path;
-};
+constexpr std::string_view streamsPrefix = "streams-";
 
 int serve(const std::string& kind, const std::string& folder) {
     static const std::map<std::string, void (*)(const ServerAddress&)> servers{
         {"orvi", serveOrvi}, {"socket", serveSocket}, {"grpc", serveGrpc}, {"raw", serveRaw}};
+    endWithParent();
     source(); // takes a while to make
+    if (kind.starts_with(streamsPrefix)) {
+        serveStreams(folder, std::stoul(kind.substr(streamsPrefix.size())));
+    }
     servers.at(kind)({folder, {}});
+    return 0;
+}
+
+int measureStreams(const std::string& count) {
+    endWithParent();
+    announce(costsOfRemoteStreams(std::stoul(count)));
     return 0;
 }
 
@@ -71,6 +62,8 @@ int run(int argc, char** argv) {
     const Servers servers(folder.path);
     registerExchanges(servers);
     registerConnects(servers);
+    registerReaders(servers);
+    registerStreamCosts({"--streams"});
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     return 0;
@@ -78,11 +71,15 @@ int run(int argc, char** argv) {
 
 } // namespace
 
-/// Run the benchmarks, or be a server of theirs: --serve KIND FOLDER.
+/// Run the benchmarks; or be a server of theirs, --serve KIND FOLDER; or measure streams in a
+/// process of their own, --streams COUNT.
 int main(int argc, char** argv) {
     try {
-        return argc == 4 && argv[1] == std::string("--serve") ? serve(argv[2], argv[3])
-                                                              : run(argc, argv);
+        const std::string task = argc > 1 ? argv[1] : "";
+        if (task == "--serve" && argc == 4) {
+            return serve(argv[2], argv[3]);
+        }
+        return task == "--streams" && argc == 3 ? measureStreams(argv[2]) : run(argc, argv);
     } catch (const std::exception& error) {
         std::cerr << argv[0] << ": " << error.what() << '\n';
         return 1;

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "CountingDevice.hpp"
+#include "Exchange.hpp"
+
+#include <streambuf/StreamBuffer.hpp>
+
+#include <benchmark/benchmark.h>
+
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace agent::orvi::bench {
+
+/// How many threads read at the same time.
+constexpr std::array<std::size_t, 7> readerCounts{1, 2, 4, 8, 16, 32, 64};
+
+constexpr Transfer readersTransfer{Direction::read, 4 << 10};
+
+/// Where the threads read from.
+enum class ReadFrom { streamsOfTheirOwn, oneStream };
+
+inline std::string rowOfReaders(std::size_t count) {
+    return "readers-" + std::to_string(count);
+}
+
+/// Publish what the most readers need, whichever way they read.
+///
+/// @param callers who may call the one device that all read from; each other one has one reader.
+std::vector<streambuf::StreamBuffer> publishForReaders(Callers callers);
+
+/// Let each of the exchanges call in a thread of its own for a while, all at the same time, and
+/// report the calls of all and the times they take.
+///
+/// @param timedCalls as for `measureCalls`.
+void measureReaders(
+    benchmark::State& state, const std::vector<std::unique_ptr<Exchange>>& readers,
+    std::size_t timedCalls);
+
+/// Do so with stream buffers connected to what `publishForReaders` has published, and see that the
+/// devices have been called as often as they should. Ends with an error when not.
+void measureConnectedReaders(
+    benchmark::State& state, std::size_t count, ReadFrom from, std::size_t timedCalls);
+
+} // namespace agent::orvi::bench
