@@ -110,7 +110,7 @@ class AcrossProcesses:
     def write_plot_data(self, folder):
         def cell(row, peer, value, unit):
             median = self.results.value(row, peer, value)
-            return "?" if median is None else median / unit
+            return None if median is None else median / unit
 
         short = [[row, *(cell(row, peer, "p50", 1e-6) for peer in PEERS)] for row in self.rows(["4KiB"])]
         write_columns(folder, "short.dat", [["row", *PEERS], *short])

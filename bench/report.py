@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
 """Turn the results of the benchmarks into docs/benchmarks.md and the data of its plots.
 
-Usage: bench/report.py IN-PROCESS.json ACROSS-PROCESSES.json DOCUMENT.md PLOT-DATA-FOLDER COMMAND...
+Usage: bench/report.py RESULTS DOCUMENT.md COMMAND...
+
+RESULTS is the folder in which scripts/bench collects the results, and gets the data of the plots.
 
 Ends with 1 when a target is missed.
 """
@@ -13,6 +15,10 @@ from pathlib import Path
 
 from across_processes import AcrossProcesses
 from in_process import InProcess
+from readers import Readers
+from series import Series
+from streams import Streams
+from sweeps import Sweeps
 
 
 def machine(in_process, across_processes):
@@ -40,16 +46,15 @@ def machine(in_process, across_processes):
         yield f"- Load when the part {name} started (1, 5, 15 minutes): {load}"
 
 
-def document(in_process, across_processes, commands):
+def document(in_process, across_processes, sections, commands):
     yield "# Benchmarks"
     yield ""
     yield "Written by `scripts/bench` from one run. Only ratios within the run mean something on"
     yield "another machine."
     yield ""
-    yield from in_process.section()
-    yield ""
-    yield from across_processes.section()
-    yield ""
+    for part in (in_process, across_processes, *sections):
+        yield from part.section()
+        yield ""
     yield "## Machine"
     yield ""
     yield from machine(in_process, across_processes)
@@ -62,12 +67,15 @@ def document(in_process, across_processes, commands):
 
 
 def main():
-    in_process_path, across_processes_path, document_path, plot_folder, *commands = sys.argv[1:]
-    parts = InProcess(in_process_path), AcrossProcesses(across_processes_path)
-    text = "\n".join(document(*parts, commands)) + "\n"
+    folder, document_path, *commands = sys.argv[1:]
+    results = Path(folder)
+    parts = InProcess(results / "in-process.json"), AcrossProcesses(results / "across-processes.json")
+    series = Series(results / "series-in-process.json", results / "series-across-processes.json")
+    sections = Sweeps(series), Streams(series), Readers(series)
+    text = "\n".join(document(*parts, sections, commands)) + "\n"
     Path(document_path).write_text(text, encoding="utf-8")
-    for part in parts:
-        part.write_plot_data(plot_folder)
+    for part in (*parts, *sections):
+        part.write_plot_data(results)
 
     verdicts = [verdict for part in parts for verdict in part.verdicts()]
     for verdict in verdicts:

@@ -45,14 +45,15 @@ class Results:
                 name = "/".join(run["run_name"].split("/")[:2])
                 samples.setdefault(name, []).append(run)
         self.repetitions = min(len(runs) for runs in samples.values())
-        self.medians = {
-            (name, value): statistics.median(of(run) for run in runs)
-            for name, runs in samples.items()
-            for value, of in values.items()
-        }
+        self.medians = {}
+        for name, runs in samples.items():
+            for value, of in values.items():
+                each = [of(run) for run in runs]
+                if None not in each:
+                    self.medians[name, value] = statistics.median(each)
 
     def value(self, row, peer, value):
-        """Return a median, or None when the peer does not take part in the row."""
+        """Return a median, or None when the row does not have the peer, or the peer not the value."""
         return self.medians.get((f"{row}/{peer}", value))
 
 
@@ -61,6 +62,11 @@ def number(value):
     if value is None:
         return "–"
     return f"{value:,.0f}" if value >= 100 else f"{value:.3g}"
+
+
+def counter(name, unit=1):
+    """Return what takes a value from a repetition, in that unit, if the repetition has it."""
+    return lambda run: run[name] / unit if name in run else None
 
 
 def table(header, lines):
@@ -76,6 +82,8 @@ def targets(verdicts):
 
 
 def write_columns(folder, name, lines):
-    """Write the data of a plot."""
-    text = "".join(" ".join(map(str, line)) + "\n" for line in lines)
+    """Write the data of a plot. What is None is missing there."""
+    text = "".join(
+        " ".join("?" if cell is None else str(cell) for cell in line) + "\n" for line in lines
+    )
     Path(folder, name).write_text(text, encoding="utf-8")
