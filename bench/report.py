@@ -19,6 +19,7 @@ from readers import Readers
 from series import Series
 from streams import Streams
 from sweeps import Sweeps
+from transfer import Transfer
 
 
 def machine(in_process, across_processes):
@@ -71,7 +72,8 @@ def main():
     results = Path(folder)
     parts = InProcess(results / "in-process.json"), AcrossProcesses(results / "across-processes.json")
     series = Series(results / "series-in-process.json", results / "series-across-processes.json")
-    sections = Sweeps(series), Streams(series), Readers(series)
+    transfer = Transfer(results / "transfer.json")
+    sections = Sweeps(series), Streams(series), Readers(series), transfer
     text = "\n".join(document(*parts, sections, commands)) + "\n"
     Path(document_path).write_text(text, encoding="utf-8")
     for part in (*parts, *sections):
