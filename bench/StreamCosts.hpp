@@ -20,7 +20,7 @@ constexpr std::array<std::size_t, 5> streamCounts{1, 10, 100, 1'000, 10'000};
 constexpr std::size_t streamsBufferSize = 4 << 10;
 
 /// How often publishing, withdrawing and connecting are measured, and reading over so many streams.
-constexpr std::size_t costSamples = 101;
+constexpr std::size_t costSamples = 51;
 
 constexpr boost::uuids::uuid uuidOfStream(std::size_t stream) {
     return {
