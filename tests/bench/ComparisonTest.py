@@ -86,6 +86,11 @@ class ComparisonTest(unittest.TestCase):
         changes = compare({"row": [3.0] * ROUNDS}, {"row": [3.0] * ROUNDS})
         self.assertEqual((changes[0].ratio, changes[0].moved), (1, False))
 
+    def testSharesTheRanksOfEqualValues(self):
+        few, many = [1.0, 1.0, 1.0, 2.0, 2.0] * 3, [1.0, 2.0, 2.0, 2.0, 2.0] * 3
+        self.assertAlmostEqual(chance_of_ranks(few, many), chance_of_ranks(many, few))
+        self.assertLess(chance_of_ranks(few, many), 0.1)
+
     def testComparesOnlyWhatBothHave(self):
         generator = random.Random(6)
         both = samples(generator)
