@@ -5,6 +5,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <array>
 #include <cstddef>
 #include <exception>
 #include <string>
@@ -51,7 +52,7 @@ void registerExchanges(const Servers& servers) {
         {"raw", connectRaw, servers.raw}};
     const std::vector<Way> tls{
         {"orvi", connectOrviTls, servers.orvi}, {"stream", connectStreamTls, servers.grpc}};
-    for (const std::size_t size : {4 << 10, 64 << 10, 1 << 20}) {
+    for (const std::size_t size : std::array<std::size_t, 3>{4 << 10, 64 << 10, 1 << 20}) {
         add("read-" + nameOf(size), local, {Direction::read, size});
         add("write-" + nameOf(size), local, {Direction::write, size});
         add("tls-read-" + nameOf(size), tls, {Direction::read, size});
