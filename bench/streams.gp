@@ -13,7 +13,7 @@ set title "Across processes: one operation, median"
 plot for [i=2:3] data."/streams-across-processes.dat" using 1:i with linespoints ls i+1 title columnhead(i)
 unset logscale y
 set yrange [0:*]
-set key top right
+set key bottom right
 set ylabel "KiB for each stream"
 set title "In one process: memory"
 plot data."/streams-in-process.dat" using 1:6 with linespoints ls 1 title "published"
