@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <functional>
+#include <list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -117,6 +118,9 @@ public:
     /// Run a task on one of the executor's threads: on the one that calls this from an event, after
     /// the event, where that is possible. Tasks may wait for long.
     virtual void post(Task task) = 0;
+
+    /// Run tasks as `post` does, and take them out of the list. Needs no memory.
+    virtual void postPrepared(std::list<Task>& prepared) noexcept = 0;
 
     /// Run a task that does not wait for long, as `post` does, even while as many tasks wait as
     /// there may be.

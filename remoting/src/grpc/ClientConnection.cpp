@@ -83,20 +83,28 @@ ClientConnection::open(StreamKind kind, std::shared_ptr<StreamEvents> events) {
 }
 
 void ClientConnection::close(const StreamEnd& end) {
-    std::vector<std::shared_ptr<ClientStream>> open;
     {
         const std::lock_guard lock(mutex);
         if (!closed) {
             closed = end;
         }
-        for (ClientStream* stream : streams) {
-            if (auto alive = stream->weak_from_this().lock()) {
-                open.push_back(std::move(alive));
+    }
+    // One by one, without a list of them: there may be no memory for one.
+    ClientStream* last = nullptr;
+    for (bool found = true; found;) {
+        std::shared_ptr<ClientStream> open;
+        {
+            const std::lock_guard lock(mutex);
+            const auto next = streams.upper_bound(last);
+            found = next != streams.end();
+            if (found) {
+                last = *next;
+                open = last->weak_from_this().lock();
             }
         }
-    }
-    for (const auto& stream : open) {
-        stream->cancel(end);
+        if (open) {
+            open->cancel(end);
+        }
     }
 }
 

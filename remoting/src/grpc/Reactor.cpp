@@ -64,23 +64,33 @@ Reactor::Reactor(
 Reactor::~Reactor() = default;
 
 void Reactor::post(Task task) {
-    post(&Tasks::any, std::move(task));
+    std::list<Task> prepared;
+    prepared.push_back(std::move(task));
+    post(&Tasks::any, prepared);
+}
+
+void Reactor::postPrepared(std::list<Task>& prepared) noexcept {
+    post(&Tasks::any, prepared);
 }
 
 void Reactor::postBrief(Task task) {
-    post(&Tasks::brief, std::move(task));
+    std::list<Task> prepared;
+    prepared.push_back(std::move(task));
+    post(&Tasks::brief, prepared);
 }
 
-void Reactor::post(std::list<Task> Tasks::*kind, Task&& task) {
+void Reactor::post(std::list<Task> Tasks::*kind, std::list<Task>& prepared) noexcept {
     if (!process.isHere()) {
         return;
     }
     if (collection.reactor == this) {
-        (collection.posted->*kind).push_back(std::move(task));
+        std::list<Task>& posted = collection.posted->*kind;
+        posted.splice(posted.end(), prepared);
         return;
     }
     const std::lock_guard lock(mutex);
-    (tasks.*kind).push_back(std::move(task));
+    std::list<Task>& waiting = tasks.*kind;
+    waiting.splice(waiting.end(), prepared);
     callThread();
 }
 

@@ -51,6 +51,7 @@ public:
     grpc::CompletionQueue& queue() noexcept { return *completions; }
 
     void post(Task task) override;
+    void postPrepared(std::list<Task>& prepared) noexcept override;
     void postBrief(Task task) override;
     bool wait(Wait& wait, std::optional<TimePoint> timeLimit) override;
     void finish(Wait& wait) override;
@@ -113,7 +114,7 @@ private:
 
     static thread_local Collection collection;
 
-    void post(std::list<Task> Tasks::*kind, Task&& task);
+    void post(std::list<Task> Tasks::*kind, std::list<Task>& prepared) noexcept;
     void run(Thread& self);
     void lead(Lock& lock, bool briefly);
     void leadFor(Lock& lock, Wait& wait, std::optional<TimePoint> timeLimit);

@@ -1,5 +1,6 @@
 #include "imports/ImportTable.hpp"
 
+#include "carrier/FailedEvents.hpp"
 #include "carrier/FrameworkIdentity.hpp"
 #include "imports/ImportedService.hpp"
 #include "wire/PropertyCodec.hpp"
@@ -9,7 +10,10 @@
 #include <cppmicroservices/Constants.h>
 #include <cppmicroservices/ServiceProperties.h>
 
+#include <chrono>
 #include <exception>
+#include <new>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -52,6 +56,22 @@ registrationProperties(const cppmicroservices::AnyMap& properties) {
     return result;
 }
 
+/// Do what nobody else will do, as soon as there is memory for it.
+template <class Action>
+void insist(const Action& action) noexcept {
+    constexpr std::chrono::milliseconds pause{1};
+    for (bool done = false; !done;) {
+        try {
+            action();
+            done = true;
+        } catch (const std::bad_alloc&) {
+            std::this_thread::sleep_for(pause);
+        } catch (...) {
+            done = true; // nothing that waiting would help against
+        }
+    }
+}
+
 } // namespace
 
 std::shared_ptr<ImportTable> ImportTable::open(
@@ -82,14 +102,21 @@ ImportTable::ImportTable(
 void ImportTable::connect(std::shared_ptr<Connection> connection, const std::string& address) {
     const auto link =
         std::make_shared<PeerLink>(std::move(connection), shared_from_this(), address, framework);
+    Change loss = prepared([this, link] { forget(link); });
     {
         const std::lock_guard lock(mutex);
         if (closed) {
             return;
         }
-        links.insert(link);
+        links.emplace(link, std::move(loss));
     }
-    link->open();
+    try {
+        link->open();
+    } catch (...) {
+        const std::lock_guard lock(mutex);
+        links.erase(link);
+        throw;
+    }
 }
 
 void ImportTable::greeted(PeerLink& link) {
@@ -107,12 +134,13 @@ void ImportTable::greeted(PeerLink& link) {
 }
 
 void ImportTable::ask(const std::shared_ptr<PeerLink>& link) {
+    std::set added{link};
     // No look-up may come or go between those that are told now and those that are told later.
     wants->forEach(
         [&](const Wants::Want& want) { link->change(want, true); },
         [&] {
             const std::lock_guard lock(mutex);
-            asked.insert(link);
+            asked.merge(added);
         });
 }
 
@@ -121,15 +149,17 @@ bool ImportTable::isAsked(const std::shared_ptr<PeerLink>& link) {
     return asked.contains(link);
 }
 
-void ImportTable::wantChanged(const Wants::Want& want, bool wanted) {
-    Links told;
-    {
-        const std::lock_guard lock(mutex);
-        told.assign(asked.begin(), asked.end());
-    }
-    for (const auto& link : told) {
+void ImportTable::wantChanged(const Wants::Want& want, bool wanted) noexcept {
+    // One by one, without a list of them: there may be no memory for one.
+    for (auto link = nextAsked(nullptr); link; link = nextAsked(link)) {
         link->change(want, wanted);
     }
+}
+
+std::shared_ptr<PeerLink> ImportTable::nextAsked(const std::shared_ptr<PeerLink>& last) noexcept {
+    const std::lock_guard lock(mutex);
+    const auto next = asked.upper_bound(last);
+    return next == asked.end() ? nullptr : *next;
 }
 
 void ImportTable::connected(PeerLink& link) {
@@ -144,6 +174,8 @@ void ImportTable::offered(PeerLink& link, const v1::Offer& offer) {
             from->connection()->close({StreamEnd::Kind::protocolError, error.what()});
         } catch (const LimitExceeded& error) {
             from->connection()->close({StreamEnd::Kind::limitExceeded, error.what()});
+        } catch (const std::bad_alloc&) {
+            throw;
         } catch (const std::exception&) {
             // The registry refuses it: it stays unknown here.
         }
@@ -154,7 +186,12 @@ void ImportTable::import(const std::shared_ptr<PeerLink>& link, const v1::Offer&
     if (!isAsked(link)) {
         return; // another link to the same endpoint is
     }
-    Import import{offer.SerializeAsString(), propertiesOf(*link, offer), {}};
+    Imports imports;
+    Import& import =
+        imports
+            .emplace(
+                offer.service(), Import{offer.SerializeAsString(), propertiesOf(*link, offer), {}})
+            .first->second;
     Imported& peer = imported[link.get()];
     const auto known = peer.services.find(offer.service());
     const bool isKnown = known != peer.services.end();
@@ -175,7 +212,7 @@ void ImportTable::import(const std::shared_ptr<PeerLink>& link, const v1::Offer&
         replaced = take(peer, known);
     }
     peer.bytes += import.offer.size();
-    peer.services.emplace(offer.service(), std::move(import));
+    peer.services.merge(imports); // which cannot fail: what is registered is known
     drop(std::move(replaced));
 }
 
@@ -220,22 +257,33 @@ void ImportTable::settled(PeerLink& link) {
     enqueueNews(link, [] {}); // whoever waits looks again, after what was offered before
 }
 
-void ImportTable::lost(PeerLink& link, const StreamEnd& end) {
-    enqueue([this, from = link.shared_from_this(), end] {
-        Imports ended;
-        if (auto known = imported.extract(from.get())) {
-            ended = std::move(known.mapped().services);
+void ImportTable::lost(PeerLink& link) noexcept {
+    Change loss;
+    {
+        const std::lock_guard lock(mutex);
+        const auto known = links.find(link.shared_from_this());
+        if (known == links.end()) {
+            return; // it could not be opened
         }
-        drop(std::move(ended));
-        const auto next = remove(from);
-        // Without the control stream nobody hears of withdrawals: what remains of the connection
-        // must not go on as if nothing had happened.
-        from->connection()->close(end);
-        linkChanged(*from, &end);
-        if (next) {
-            ask(next);
-        }
-    });
+        loss = std::move(known->second);
+    }
+    enqueue(std::move(loss));
+}
+
+void ImportTable::forget(const std::shared_ptr<PeerLink>& link) noexcept {
+    Imports ended;
+    if (auto known = imported.extract(link.get())) {
+        ended = std::move(known.mapped().services);
+    }
+    drop(std::move(ended));
+    const auto next = remove(link);
+    // Without the control stream nobody hears of withdrawals: what remains of the connection
+    // must not go on as if nothing had happened.
+    insist([&] { link->connection()->close(link->end()); });
+    insist([&] { linkChanged(*link, &link->end()); });
+    if (next) {
+        insist([&] { ask(next); });
+    }
 }
 
 /// Forget a link.
@@ -267,19 +315,30 @@ void ImportTable::drop(Imports services) noexcept {
     }
 }
 
-void ImportTable::enqueueNews(PeerLink& link, std::function<void()> change) {
-    enqueue([from = link.shared_from_this(), change = std::move(change)] {
-        change();
+void ImportTable::enqueueNews(PeerLink& link, std::function<void()> action) {
+    enqueue(prepared([from = link.shared_from_this(), action = std::move(action)] {
+        try {
+            action();
+        } catch (const std::bad_alloc&) {
+            from->connection()->close(outOfMemory()); // what it has said is not known here
+        }
         from->digested();
-    });
+    }));
 }
 
-void ImportTable::enqueue(std::function<void()> change) {
+ImportTable::Change ImportTable::prepared(std::function<void()> action) {
+    Change change;
+    change.action.push_back(std::move(action));
+    change.runner.emplace_back([self = shared_from_this()] { self->runChanges(); });
+    return change;
+}
+
+void ImportTable::enqueue(Change change) noexcept {
     const std::lock_guard lock(mutex);
-    changes.push_back(std::move(change));
+    changes.splice(changes.end(), change.action);
     if (!changing) {
         changing = true;
-        executor->post([self = shared_from_this()] { self->runChanges(); });
+        executor->postPrepared(change.runner);
     }
 }
 
@@ -302,12 +361,12 @@ void ImportTable::runChanges() {
 }
 
 void ImportTable::lookAgain() {
-    enqueue([] {});
+    enqueue(prepared([] {}));
 }
 
 bool ImportTable::isSettled() {
     const std::lock_guard lock(mutex);
-    for (const auto& link : links) {
+    for (const auto& [link, loss] : links) {
         if (!link->isSettled()) {
             return false;
         }
@@ -343,15 +402,21 @@ bool ImportTable::awaitSettled(
 
 void ImportTable::close(const StreamEnd& end) noexcept {
     listeners->tellNoMore(wants);
-    std::set<std::shared_ptr<PeerLink>> open;
     {
         const std::lock_guard lock(mutex);
         closed = true;
-        open = links;
     }
-    for (const auto& link : open) {
-        link->connection()->close(end);
+    // One by one, without a list of them: there may be no memory for one.
+    std::shared_ptr<PeerLink> link;
+    while ((link = nextLink(link))) {
+        insist([&] { link->connection()->close(end); });
     }
+}
+
+std::shared_ptr<PeerLink> ImportTable::nextLink(const std::shared_ptr<PeerLink>& last) noexcept {
+    const std::lock_guard lock(mutex);
+    const auto next = links.upper_bound(last);
+    return next == links.end() ? nullptr : next->first;
 }
 
 } // namespace agent::orvi::remoting::details

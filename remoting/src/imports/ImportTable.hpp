@@ -13,8 +13,8 @@
 
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -73,7 +73,7 @@ public:
     void offered(PeerLink& link, const v1::Offer& offer) override;
     void withdrawn(PeerLink& link, const v1::Withdrawal& withdrawal) override;
     void settled(PeerLink& link) override;
-    void lost(PeerLink& link, const StreamEnd& end) override;
+    void lost(PeerLink& link) noexcept override;
 
 private:
     using Registration = cppmicroservices::ServiceRegistration<core::Invokable>;
@@ -93,10 +93,20 @@ private:
 
     using Links = std::vector<std::shared_ptr<PeerLink>>;
 
-    void wantChanged(const Wants::Want& want, bool wanted);
-    void enqueueNews(PeerLink& link, std::function<void()> change);
-    void enqueue(std::function<void()> change);
+    /// A change of the registry, and what runs it. Made beforehand, it needs no memory any more.
+    struct Change {
+        std::list<std::function<void()>> action;
+        std::list<Executor::Task> runner;
+    };
+
+    void wantChanged(const Wants::Want& want, bool wanted) noexcept;
+    void enqueueNews(PeerLink& link, std::function<void()> action);
+    Change prepared(std::function<void()> action);
+    void enqueue(Change change) noexcept;
     void runChanges();
+    void forget(const std::shared_ptr<PeerLink>& link) noexcept;
+    std::shared_ptr<PeerLink> nextLink(const std::shared_ptr<PeerLink>& last) noexcept;
+    std::shared_ptr<PeerLink> nextAsked(const std::shared_ptr<PeerLink>& last) noexcept;
     void ask(const std::shared_ptr<PeerLink>& link);
     bool isAsked(const std::shared_ptr<PeerLink>& link);
     std::shared_ptr<PeerLink> remove(const std::shared_ptr<PeerLink>& link);
@@ -116,14 +126,14 @@ private:
     std::mutex mutex;
     std::condition_variable changed;
     bool closed = false;
-    std::set<std::shared_ptr<PeerLink>> links;
+    std::map<std::shared_ptr<PeerLink>, Change> links; // and what is to be done when they are lost
     std::map<std::string, Links>
         linksTo; // by endpoint, those that have greeted; the first is asked
     std::set<std::shared_ptr<PeerLink>> asked;
     std::map<const PeerLink*, Imported> imported; // of the changes, one at a time
 
     // Changes of the registry, one after another, since listeners run meanwhile.
-    std::deque<std::function<void()>> changes;
+    std::list<std::function<void()>> changes;
     bool changing = false;
     std::uint64_t pauses = 0; // how often there was nothing to change any more
 };

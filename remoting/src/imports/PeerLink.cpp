@@ -8,6 +8,7 @@
 
 #include <orvi/remoting/Errors.hpp>
 
+#include <new>
 #include <utility>
 
 namespace agent::orvi::remoting::details {
@@ -49,7 +50,7 @@ void PeerLink::open() {
         }
         stream->receive();
     }
-    sendNext();
+    orEnd([this] { sendNext(); });
 }
 
 void PeerLink::change(const Wants::Want& want, bool wanted) noexcept {
@@ -231,7 +232,13 @@ void PeerLink::ended(const StreamEnd& end) {
         stream.reset();
         outgoing.clear();
     }
-    receiver->lost(*this, end);
+    streamEnd.kind = end.kind;
+    try {
+        streamEnd.text = end.text;
+    } catch (const std::bad_alloc&) {
+        // The kind says enough.
+    }
+    receiver->lost(*this);
 }
 
 } // namespace agent::orvi::remoting::details

@@ -32,7 +32,7 @@ public:
         virtual void offered(PeerLink& link, const v1::Offer& offer) = 0;
         virtual void withdrawn(PeerLink& link, const v1::Withdrawal& withdrawal) = 0;
         virtual void settled(PeerLink& link) = 0;
-        virtual void lost(PeerLink& link, const StreamEnd& end) = 0;
+        virtual void lost(PeerLink& link) noexcept = 0;
 
     protected:
         ~Receiver() = default;
@@ -69,6 +69,9 @@ public:
 
     const std::string& peerFramework() const noexcept { return frameworkId; }
 
+    /// Return how the stream has ended. Once the link is lost.
+    const StreamEnd& end() const noexcept { return streamEnd; }
+
     void received(google::protobuf::io::ZeroCopyInputStream& input, std::size_t size) override;
     void sent() override;
     void ended(const StreamEnd& end) override;
@@ -92,6 +95,7 @@ private:
     bool isGreeted = false;
     std::string endpointId;
     std::string frameworkId;
+    StreamEnd streamEnd;
 
     std::mutex mutex;
     std::shared_ptr<Stream> stream;

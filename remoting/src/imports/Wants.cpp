@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cctype>
 #include <string_view>
+#include <utility>
 
 namespace agent::orvi::remoting::details {
 namespace {
@@ -112,9 +113,8 @@ void Wants::ask(const std::string& filter) {
 void Wants::askNoMore(const std::string& filter) {
     const auto entry = asked.find(filter);
     if (--entry->second.users == 0) {
-        const std::uint64_t number = entry->second.number;
-        asked.erase(entry);
-        changed({number, filter}, false);
+        auto ended = asked.extract(entry);
+        changed({ended.mapped().number, std::move(ended.key())}, false);
     }
 }
 

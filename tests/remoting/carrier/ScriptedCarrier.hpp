@@ -2,8 +2,8 @@
 
 #include "carrier/Carrier.hpp"
 
-#include <deque>
 #include <functional>
+#include <list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -77,6 +77,10 @@ public:
 
     void post(Task task) override { tasks.push_back(std::move(task)); }
 
+    void postPrepared(std::list<Task>& prepared) noexcept override {
+        tasks.splice(tasks.end(), prepared);
+    }
+
     void postBrief(Task task) override { post(std::move(task)); }
 
     /// Follow the script until the wait is over. One without a time limit must be over before the
@@ -93,7 +97,7 @@ public:
     bool expired = false; ///< Whether waits with one do.
 
 private:
-    std::deque<Task> tasks;
+    std::list<Task> tasks;
 };
 
 /// A connection whose streams the script handles.

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <functional>
 #include <future>
+#include <list>
 #include <malloc.h>
 #include <memory>
 #include <set>
@@ -29,6 +30,8 @@ using Registration = cppmicroservices::ServiceRegistration<core::Invokable>;
 class NoExecutor final : public Executor {
 public:
     void post(Task) override {}
+
+    void postPrepared(std::list<Task>&) noexcept override {}
 
     void postBrief(Task) override {}
 

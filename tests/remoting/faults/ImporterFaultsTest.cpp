@@ -228,9 +228,9 @@ struct Told final : PeerLink::Receiver {
 
     void settled(PeerLink&) override { ++settlements; }
 
-    void lost(PeerLink&, const StreamEnd& end) override {
+    void lost(PeerLink& link) noexcept override {
         ++losses;
-        kind = end.kind;
+        kind = link.end().kind;
     }
 
     int connections = 0;
