@@ -4,6 +4,7 @@
 #include "discovery/BlockedSignals.hpp"
 
 #include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/system/system_error.hpp>
 
@@ -50,6 +51,8 @@ struct Housekeeper::Impl {
 
 Housekeeper::Housekeeper() try
     : impl(std::make_shared<Impl>()) {
+    // Asio opens what it waits with for the first that needs it: that shall not be somebody else.
+    { const boost::asio::posix::stream_descriptor first(impl->context); }
     const BlockedSignals inTheThread;
     impl->thread = std::thread([kept = impl] { kept->run(); });
 
