@@ -94,11 +94,10 @@ public:
         , directory(directory) {}
 
     ~Impl() {
-        if (socketFile) {
-            removeSocket();
-        }
+        const bool removed = !socketFile || removeSocket();
         accepting.reset();
-        if (lock) {
+        // Others clear away what is left, but only where there is a lock that nobody holds.
+        if (lock && removed) {
             removeLock();
         }
     }
@@ -173,14 +172,20 @@ private:
             [this] { return "Socket " + path.string(); });
     }
 
-    void removeSocket() noexcept {
-        withDirectory([this](int opened) {
+    /// @return whether there is none any more.
+    bool removeSocket() noexcept {
+        bool removed = false;
+        withDirectory([&](int opened) {
+            removed = true;
             for (const auto suffix : {socketSuffix, newSocketSuffix}) {
-                if (identityOf(opened, fileName(suffix)) == socketFile) {
-                    ::unlinkat(opened, fileName(suffix).c_str(), 0);
-                }
+                const auto found = identityOf(opened, fileName(suffix));
+                const bool failed = found ? found == socketFile &&
+                                                ::unlinkat(opened, fileName(suffix).c_str(), 0) != 0
+                                          : errno != ENOENT;
+                removed = removed && !failed;
             }
         });
+        return removed;
     }
 
     void removeLock() noexcept {

@@ -1,6 +1,7 @@
 #include "remoting/faults/FailingCall.hpp"
 
 #include <cstdarg>
+#include <mutex>
 #include <type_traits>
 
 #include <dirent.h>
@@ -18,6 +19,19 @@ namespace agent::orvi::remoting::test {
 namespace {
 
 thread_local FailingCall* armed = nullptr;
+thread_local bool deciding = false; // what is called meanwhile does not count
+
+std::mutex everywhere;
+FailingCall* armedEverywhere = nullptr; // guarded by everywhere
+
+bool failsEverywhere(const char* name, int& error) {
+    const std::lock_guard lock(everywhere);
+    const bool fails = armedEverywhere != nullptr && armedEverywhere->fails(name);
+    if (fails) {
+        error = armedEverywhere->error();
+    }
+    return fails;
+}
 
 /// Say whether a call comes from this program, into which the library is linked.
 bool isOwn(const void* caller) {
@@ -34,13 +48,13 @@ template <class Result, class... Parameters>
 Result passOrFail(
     const void* caller, const char* name, Result failure,
     std::type_identity_t<Parameters>... arguments) {
-    if (armed != nullptr && isOwn(caller)) {
-        FailingCall& failing = *armed;
-        armed = nullptr; // what is called in here does not count
-        const bool fails = failing.fails(name);
-        armed = &failing;
+    if (!deciding && isOwn(caller)) {
+        deciding = true;
+        int error = armed != nullptr ? armed->error() : 0;
+        const bool fails = armed != nullptr ? armed->fails(name) : failsEverywhere(name, error);
+        deciding = false;
         if (fails) {
-            errno = failing.error();
+            errno = error;
             return failure;
         }
     }
@@ -55,6 +69,18 @@ void FailingCall::arm() {
 
 void FailingCall::disarm() {
     armed = nullptr;
+}
+
+void FailingCall::armEverywhere() {
+    const std::lock_guard lock(everywhere);
+    armedEverywhere = this;
+}
+
+void FailingCall::disarmEverywhere() {
+    const std::lock_guard lock(everywhere);
+    if (armedEverywhere == this) {
+        armedEverywhere = nullptr;
+    }
 }
 
 bool FailingCall::fails(const char* called) {

@@ -13,7 +13,8 @@ namespace agent::orvi::remoting::test {
 ///
 /// Link FailingCall.cpp, which stands before the C library's functions.
 ///
-/// Thread safety: single-thread; an operation of another thread arms and disarms it there.
+/// Thread safety: single-thread; an operation of another thread arms and disarms it there. Only
+/// what is armed everywhere is used by several threads.
 class FailingCall {
 public:
     /// @param number which call fails: 1 is the first.
@@ -24,11 +25,22 @@ public:
         , errorNumber(error)
         , function(std::move(function)) {}
 
+    ~FailingCall() { disarmEverywhere(); }
+
+    FailingCall(const FailingCall&) = delete;
+    FailingCall& operator=(const FailingCall&) = delete;
+
     /// From now on calls of this thread count.
     void arm();
 
     /// From now on they do not. To be called on the same thread.
     void disarm();
+
+    /// From now on calls of all threads count, those of threads to come included.
+    void armEverywhere();
+
+    /// From now on they do not.
+    void disarmEverywhere();
 
     /// Say whether there was such a call, so that it has failed.
     bool happened() const noexcept { return !failed.empty(); }
