@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <new>
 #include <optional>
+#include <stdexcept>
 #include <string_view>
 #include <utility>
 
@@ -26,6 +27,16 @@ std::string exportableFilter() {
 std::uint64_t numberOf(const ServiceReferenceBase& reference) {
     return static_cast<std::uint64_t>(cppmicroservices::any_cast<long>(
         reference.GetProperty(cppmicroservices::Constants::SERVICE_ID)));
+}
+
+/// @return null when the service has gone since it was listed.
+std::shared_ptr<core::Invokable>
+serviceOf(cppmicroservices::BundleContext& context, const ServiceReferenceBase& reference) {
+    try {
+        return context.GetService(cppmicroservices::ServiceReference<core::Invokable>(reference));
+    } catch (const std::invalid_argument&) {
+        return nullptr; // what was a valid reference is none any more
+    }
 }
 
 /// What says something about the exporter's registry alone.
@@ -167,8 +178,7 @@ void ExportTable::serviceChanged(const ServiceEvent& event) {
 
 void ExportTable::add(const ServiceReferenceBase& reference, bool replace, const Adding& looking) {
     const std::uint64_t number = numberOf(reference);
-    const auto service =
-        context.GetService(cppmicroservices::ServiceReference<core::Invokable>(reference));
+    const auto service = serviceOf(context, reference);
     if (!service) {
         return;
     }

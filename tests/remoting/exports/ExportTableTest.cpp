@@ -141,6 +141,32 @@ TEST_F(ExportTableTest, DoesNotOfferAServiceThatGoesWhileItIsLookedAt) {
     table->leave(audience);
 }
 
+TEST_F(ExportTableTest, PassesOverAServiceThatGoesAfterItWasListed) {
+    bool isListing = false;
+    Registration first;
+    Registration second;
+    const auto withdrawing = [&](Registration& other) {
+        return std::make_shared<Described>([&] {
+            if (std::exchange(isListing, false)) {
+                std::exchange(other, {}).Unregister();
+            }
+        });
+    };
+    first = registerService(withdrawing(second), "");
+    second = registerService(withdrawing(first), "");
+    Registration last = registerService(std::make_shared<Described>(), "last");
+    isListing = true;
+    const auto listing = ExportTable::open(streambuf::test::registryContext(), "listing", executor);
+    EXPECT_FALSE(isListing);
+    RecordingAudience audience;
+    listing->want(audience, 1, "(service.imported=true)");
+    EXPECT_EQ(audience.services.size(), 2U); // the last one, and the one that stayed
+    listing->leave(audience);
+    listing->close();
+    (first ? first : second).Unregister();
+    last.Unregister();
+}
+
 TEST_F(ExportTableTest, KeepsNothingOfAnAudienceThatHasLeft) {
     const auto look = [&] {
         std::vector<RecordingAudience> audiences(100000);
