@@ -15,6 +15,11 @@ using Tracker = cppmicroservices::ServiceTracker<core::Invokable>;
 /// An endpoint that takes so many look-ups at a time, and says what it was asked for.
 class RefusedLookUps : public HostileEndpointTest {
 protected:
+    ~RefusedLookUps() override {
+        importer.reset();
+        endpoint.reset(); // it says what it is asked for until it has ended
+    }
+
     void startWithRoomFor(std::size_t count) {
         room = count;
         start(
