@@ -30,8 +30,8 @@ public:
 
 private:
     struct Hook {
-        Hook(ServiceReference<ServiceListenerHook> r, std::shared_ptr<ServiceListenerHook> o)
-            : reference(std::move(r))
+        Hook(ServiceReference<ServiceListenerHook> const& r, std::shared_ptr<ServiceListenerHook> o)
+            : reference(r)
             , object(std::move(o)) {}
 
         ServiceReference<ServiceListenerHook> const reference;

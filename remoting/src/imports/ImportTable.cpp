@@ -167,9 +167,12 @@ void ImportTable::connected(PeerLink& link) {
 }
 
 void ImportTable::offered(PeerLink& link, const v1::Offer& offer) {
-    enqueueNews(link, [this, from = link.shared_from_this(), offer] {
+    // Not by the message's copying constructor, which leaks when memory runs out.
+    const auto copy = std::make_shared<v1::Offer>();
+    *copy = offer;
+    enqueueNews(link, [this, from = link.shared_from_this(), copy] {
         try {
-            import(from, offer);
+            import(from, *copy);
         } catch (const ProtocolError& error) {
             from->connection()->close({StreamEnd::Kind::protocolError, error.what()});
         } catch (const LimitExceeded& error) {

@@ -140,8 +140,8 @@ protected:
 
     ImporterOptions quickImporting() const {
         ImporterOptions options = importing();
-        options.keepaliveTime = std::chrono::milliseconds(300);
-        options.keepaliveTimeout = std::chrono::milliseconds(300);
+        options.keepaliveTime = std::chrono::milliseconds(800);
+        options.keepaliveTimeout = std::chrono::milliseconds(800);
         return options;
     }
 

@@ -58,7 +58,7 @@ inline constexpr bool sanitized = false;
 
 /// Settings that several tests need.
 namespace settings {
-inline const std::string quickKeepalive = " keepalive=300 timeout=300";
+inline const std::string quickKeepalive = " keepalive=800 timeout=800";
 } // namespace settings
 
 /// An action on a thread of its own.
