@@ -166,13 +166,10 @@ void ImportTable::connected(PeerLink& link) {
     linkChanged(link, nullptr);
 }
 
-void ImportTable::offered(PeerLink& link, const v1::Offer& offer) {
-    // Not by the message's copying constructor, which leaks when memory runs out.
-    const auto copy = std::make_shared<v1::Offer>();
-    *copy = offer;
-    enqueueNews(link, [this, from = link.shared_from_this(), copy] {
+void ImportTable::offered(PeerLink& link, std::shared_ptr<const v1::Offer> offer) {
+    enqueueNews(link, [this, from = link.shared_from_this(), offer = std::move(offer)] {
         try {
-            import(from, *copy);
+            import(from, *offer);
         } catch (const ProtocolError& error) {
             from->connection()->close({StreamEnd::Kind::protocolError, error.what()});
         } catch (const LimitExceeded& error) {

@@ -70,7 +70,7 @@ public:
 
     void greeted(PeerLink& link) override;
     void connected(PeerLink& link) override;
-    void offered(PeerLink& link, const v1::Offer& offer) override;
+    void offered(PeerLink& link, std::shared_ptr<const v1::Offer> offer) override;
     void withdrawn(PeerLink& link, const v1::Withdrawal& withdrawal) override;
     void settled(PeerLink& link) override;
     void lost(PeerLink& link) noexcept override;

@@ -147,7 +147,7 @@ void PeerLink::received(google::protobuf::io::ZeroCopyInputStream& input, std::s
     }
     switch (frame.body_case()) {
     case v1::Frame::kOffer:
-        receiver->offered(*this, frame.offer());
+        receiver->offered(*this, std::shared_ptr<const v1::Offer>(frame.release_offer()));
         break;
     case v1::Frame::kWithdrawal:
         receiver->withdrawn(*this, frame.withdrawal());

@@ -29,7 +29,7 @@ public:
 
         /// The link is ready, or the peer takes other look-ups than before.
         virtual void connected(PeerLink& link) = 0;
-        virtual void offered(PeerLink& link, const v1::Offer& offer) = 0;
+        virtual void offered(PeerLink& link, std::shared_ptr<const v1::Offer> offer) = 0;
         virtual void withdrawn(PeerLink& link, const v1::Withdrawal& withdrawal) = 0;
         virtual void settled(PeerLink& link) = 0;
         virtual void lost(PeerLink& link) noexcept = 0;

@@ -222,7 +222,7 @@ struct Told final : PeerLink::Receiver {
 
     void connected(PeerLink&) override { ++connections; }
 
-    void offered(PeerLink&, const v1::Offer&) override { ++offers; }
+    void offered(PeerLink&, std::shared_ptr<const v1::Offer>) override { ++offers; }
 
     void withdrawn(PeerLink&, const v1::Withdrawal&) override {}
 
