@@ -95,6 +95,22 @@ private:
 
 } // namespace
 
+void addReaders(
+    std::size_t count, const std::string& peer,
+    const std::function<void(benchmark::State&)>& measure) {
+    benchmark::RegisterBenchmark(
+        ("readers-" + std::to_string(count) + '/' + peer).c_str(),
+        [measure](benchmark::State& state) {
+            try {
+                measure(state);
+            } catch (const std::exception& error) {
+                state.SkipWithError(error.what());
+            }
+        })
+        ->Iterations(1)
+        ->UseManualTime();
+}
+
 std::vector<streambuf::StreamBuffer> publishForReaders(Callers callers) {
     std::vector<streambuf::StreamBuffer> devices;
     devices.push_back(publishCountingDevice(uuidForAll, readersTransfer.size, callers));

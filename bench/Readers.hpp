@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -23,9 +24,11 @@ constexpr Transfer readersTransfer{Direction::read, 4 << 10};
 /// Where the threads read from.
 enum class ReadFrom { streamsOfTheirOwn, oneStream };
 
-inline std::string rowOfReaders(std::size_t count) {
-    return "readers-" + std::to_string(count);
-}
+/// Have a row measured for so many readers by one of the peers, once in each repetition. It ends
+/// with an error when `measure` throws.
+void addReaders(
+    std::size_t count, const std::string& peer,
+    const std::function<void(benchmark::State&)>& measure);
 
 /// Publish what the most readers need, whichever way they read.
 ///

@@ -8,8 +8,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <exception>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -17,23 +15,9 @@
 namespace agent::orvi::bench {
 namespace {
 
-void add(const std::string& name, const std::function<void(benchmark::State&)>& measure) {
-    benchmark::RegisterBenchmark(
-        name.c_str(),
-        [measure](benchmark::State& state) {
-            try {
-                measure(state);
-            } catch (const std::exception& error) {
-                state.SkipWithError(error.what());
-            }
-        })
-        ->Iterations(1)
-        ->UseManualTime();
-}
-
 void addConnected(
     const char* peer, const remoting::ImporterOptions& options, std::size_t count, ReadFrom from) {
-    add(rowOfReaders(count) + '/' + peer, [=](benchmark::State& state) {
+    addReaders(count, peer, [=](benchmark::State& state) {
         const remoting::Importer importer(options);
         measureConnectedReaders(state, count, from, 1);
     });
@@ -46,8 +30,8 @@ void registerReaders(const Servers& servers) {
     for (const std::size_t count : readerCounts) {
         addConnected("orvi", options, count, ReadFrom::streamsOfTheirOwn);
         addConnected("orvi-one", options, count, ReadFrom::oneStream);
-        add(rowOfReaders(count) + "/socket",
-            [count, address = servers.socket.address()](benchmark::State& state) {
+        addReaders(
+            count, "socket", [count, address = servers.socket.address()](benchmark::State& state) {
                 std::vector<std::unique_ptr<Exchange>> readers(count);
                 for (auto& reader : readers) {
                     reader = connectSocket(address, readersTransfer);
