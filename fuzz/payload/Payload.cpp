@@ -98,8 +98,9 @@ struct Slot {
 class Payload {
 public:
     explicit Payload(Input& input) {
-        const std::size_t count = input.below(8) < 7 ? input.below(5) : input.below(70);
-        for (std::size_t index = 0; index < count; ++index) {
+        const std::size_t count = input.below(16) < 15 ? input.below(5) : input.below(70);
+        // Slots that the input does not describe are all alike: some of them will do.
+        for (std::size_t index = 0; index < count && (index < 4 || !input.empty()); ++index) {
             addAny(input);
         }
     }
