@@ -44,6 +44,39 @@ protected:
     std::size_t registered() { return context.GetServiceReferences<Codec>().size(); }
 };
 
+std::string const shortText = "short";
+std::string const longText = "a text that no string holds in place";
+
+/// A framework with so many services that it does not look at each.
+class ManyServices {
+public:
+    ManyServices() {
+        framework.Start();
+        for (int count = 0; count < 50; ++count) {
+            registrations.push_back(add(std::to_string(count)));
+        }
+    }
+
+    ~ManyServices() {
+        framework.Stop();
+        framework.WaitForStop(std::chrono::milliseconds::zero());
+    }
+
+    ServiceRegistration<Codec> add(std::string const& text) {
+        return framework.GetBundleContext().RegisterService<Codec>(codec(), {{"key", text}});
+    }
+
+    std::size_t found(std::string const& text) {
+        return framework.GetBundleContext()
+            .GetServiceReferences<Codec>("(key=" + text + ")")
+            .size();
+    }
+
+private:
+    Framework framework = FrameworkFactory().NewFramework();
+    std::vector<ServiceRegistration<Codec>> registrations;
+};
+
 TEST_F(RegistryFaults, AServiceIsRegisteredWholeOrNotAtAll) {
     ServiceTracker<Codec> tracker(context);
     tracker.Open();
@@ -84,6 +117,51 @@ TEST_F(RegistryFaults, TheEndOfAServiceReachesEveryListener) {
         }
     });
     EXPECT_GT(failures, 0U);
+}
+
+TEST_F(RegistryFaults, ALookUpAmongManyServicesFindsThemAllOrThrows) {
+    const std::size_t failures = failEachAllocation([](FailingAllocation& failure) {
+        ManyServices services;
+        std::size_t found = 0;
+        if (failure.allows([&] { found = services.found("7"); })) {
+            EXPECT_EQ(found, 1U);
+        }
+        EXPECT_EQ(services.found("7"), 1U);
+        EXPECT_EQ(services.found("8"), 1U);
+    });
+    EXPECT_GT(failures, 50U);
+}
+
+TEST_F(RegistryFaults, AServiceAmongManyIsRegisteredWholeOrNotAtAll) {
+    ManyServices services;
+    EXPECT_EQ(services.found(shortText), 0U);
+    const std::size_t failures = failEachAllocation([&](FailingAllocation& failure) {
+        ServiceRegistration<Codec> registration;
+        const bool done = failure.allows([&] { registration = services.add(longText); });
+        EXPECT_EQ(services.found(longText), done ? 1U : 0U);
+        if (done) {
+            registration.Unregister();
+        }
+        EXPECT_EQ(services.found(longText), 0U);
+    });
+    EXPECT_GT(failures, 10U);
+}
+
+TEST_F(RegistryFaults, AServiceAmongManyIsFoundByThePropertiesThatItHas) {
+    ManyServices services;
+    auto registration = services.add(shortText);
+    const std::size_t failures = failEachAllocation([&](FailingAllocation& failure) {
+        registration.SetProperties({{"key", shortText}});
+        EXPECT_EQ(services.found(shortText), 1U);
+        if (failure.allows([&] { registration.SetProperties({{"key", longText}}); })) {
+            EXPECT_EQ(services.found(longText), 1U);
+        }
+        const auto text = any_cast<std::string>(registration.GetReference().GetProperty("key"));
+        EXPECT_EQ(services.found(shortText), text == shortText ? 1U : 0U);
+        EXPECT_EQ(services.found(longText), text == longText ? 1U : 0U);
+        EXPECT_EQ(services.found("7"), 1U);
+    });
+    EXPECT_GT(failures, 10U);
 }
 
 TEST_F(RegistryFaults, AListenerIsAddedWholeOrNotAtAll) {

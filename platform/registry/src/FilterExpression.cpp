@@ -290,6 +290,25 @@ bool FilterExpression::testsOnlyClasses() const {
             }));
 }
 
+std::optional<FilterExpression::TextTest> FilterExpression::requiredText() const {
+    if (operator_ == Operator::And) {
+        for (auto const& operand : operands_) {
+            if (auto test = operand.requiredText()) {
+                return test;
+            }
+        }
+        return std::nullopt;
+    }
+    // What the registry itself says of each service is never one text.
+    if (!isLiteralTestOf(name_) || isLiteralTestOf("objectclass") ||
+        isLiteralTestOf("service.id")) {
+        return std::nullopt;
+    }
+    TextTest test{name_, value_};
+    std::transform(test.name.begin(), test.name.end(), test.name.begin(), toLower);
+    return test;
+}
+
 std::optional<long> FilterExpression::soleServiceId() const {
     long id = 0;
     auto const* const end = value_.data() + value_.size();

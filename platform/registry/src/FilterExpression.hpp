@@ -29,6 +29,16 @@ public:
     /// Tells whether having one of requiredClasses() is all that it takes to match.
     bool testsOnlyClasses() const;
 
+    /// A test for one text, and no other, as the value of a property.
+    struct TextTest {
+        std::string name; ///< in lower case
+        std::string text;
+    };
+
+    /// Returns a test that a service must pass to match, and that not each service is likely to
+    /// pass; nothing if there is no such test.
+    std::optional<TextTest> requiredText() const;
+
     /// Returns the service id if the filter tests for nothing else.
     std::optional<long> soleServiceId() const;
 

@@ -124,6 +124,9 @@ public:
     void deliverToEach(ServiceRecord const& service, ServiceEvent const& event) noexcept;
 
 private:
+    std::vector<ServiceIndex::Entry>
+    candidates(std::string const& wanted, FilterExpression const* filter);
+
     void prepare();
     std::shared_ptr<HookTracker> hooks() const;
     void openHooks();

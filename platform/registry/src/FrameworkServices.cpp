@@ -73,36 +73,44 @@ std::shared_ptr<Registration> FrameworkCore::registerService(
     return registration;
 }
 
+/// Returns services among which are all that match, as few as possible.
+std::vector<ServiceIndex::Entry>
+FrameworkCore::candidates(std::string const& wanted, FilterExpression const* filter) {
+    auto const classes = !wanted.empty() ? std::optional(std::vector{wanted})
+                         : filter        ? filter->requiredClasses()
+                                         : std::nullopt;
+    if (auto const test = filter ? filter->requiredText() : std::nullopt) {
+        if (auto found = services_.withText(*test, classes)) {
+            return *std::move(found);
+        }
+    }
+    if (!classes) {
+        return services_.all();
+    }
+    if (classes->size() == 1) {
+        return services_.withClass(classes->front());
+    }
+    std::vector<ServiceIndex::Entry> found;
+    std::unordered_set<ServiceIndex::Entry> seen;
+    for (auto const& required : *classes) {
+        for (auto& entry : services_.withClass(required)) {
+            if (seen.insert(entry).second) {
+                found.push_back(std::move(entry));
+            }
+        }
+    }
+    return found;
+}
+
 std::vector<ServiceReferenceU> FrameworkCore::find(
     BundleContext const& context, std::string const& name, std::string const& filterText) {
     auto const wanted = withoutLeadingColons(name);
-    std::vector<ServiceIndex::Entry> candidates;
-    std::shared_ptr<FilterExpression const> filter;
-    if (!wanted.empty()) {
-        candidates = services_.withClass(wanted);
-        if (candidates.empty()) {
-            return {};
-        }
+    if (!wanted.empty() && !services_.firstWithClass(wanted)) {
+        return {};
     }
-    if (!filterText.empty()) {
-        filter = FilterExpression::parse(filterText);
-    }
-    if (wanted.empty()) {
-        if (auto const classes = filter ? filter->requiredClasses() : std::nullopt) {
-            std::unordered_set<ServiceIndex::Entry> seen;
-            for (auto const& required : *classes) {
-                for (auto& entry : services_.withClass(required)) {
-                    if (seen.insert(entry).second) {
-                        candidates.push_back(std::move(entry));
-                    }
-                }
-            }
-        } else {
-            candidates = services_.all();
-        }
-    }
+    auto const filter = filterText.empty() ? nullptr : FilterExpression::parse(filterText);
     std::vector<ServiceReferenceBase> found;
-    for (auto const& candidate : candidates) {
+    for (auto const& candidate : candidates(wanted, filter.get())) {
         if (!filter || filter->matches(*candidate->record->properties(), false)) {
             found.push_back(candidate->reference(wanted));
         }

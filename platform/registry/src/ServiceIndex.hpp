@@ -1,18 +1,20 @@
 #pragma once
 
+#include "FilterExpression.hpp"
 #include "ServiceRecord.hpp"
 
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 namespace cppmicroservices::detail {
 
-/// The registered services, by order of registration and by interface in order of preference.
-/// Thread-safe.
+/// The registered services, by order of registration, by interface in order of preference, and by
+/// the texts of those properties that have been asked for. Thread-safe.
 class ServiceIndex {
 public:
     using Entry = std::shared_ptr<Registration>;
@@ -20,11 +22,19 @@ public:
     void add(Entry const& entry);
     void remove(Registration const& registration);
 
-    /// Moves a service whose ranking has changed to its place.
-    void sortAgain(Registration& registration);
+    /// Moves a service whose properties have changed to its place.
+    void sortAgain(Registration& registration) noexcept;
 
     std::vector<Entry> all() const;
     std::vector<Entry> withClass(std::string const& name) const;
+
+    /// Returns the services that may pass the test: those whose property is that text, and those
+    /// whose property is something else than a text. With classes, only those of at least one of
+    /// them, in order of preference; else by order of registration. Nothing if the property is not
+    /// worth an index.
+    std::optional<std::vector<Entry>> withText(
+        FilterExpression::TextTest const& test,
+        std::optional<std::vector<std::string>> const& classes);
 
     /// Returns the preferred one, or null.
     Entry firstWithClass(std::string const& name) const;
@@ -42,13 +52,31 @@ private:
         }
     };
 
-    using Ranked = std::map<Preference, Entry>;
+    static Preference preferenceOf(Registration const& registration) {
+        return {registration.indexedRanking, registration.record->id};
+    }
 
-    void erase(Registration const& registration);
+    using Ranked = std::map<Preference, Entry>;
+    using Entries = std::map<long, Entry>;
+
+    /// Services by one property.
+    struct Texts {
+        std::unordered_map<std::string, Entries> byText;
+        Entries others;
+
+        void add(std::string const& name, Entry const& entry);
+        void remove(std::string const& name, Registration const& registration) noexcept;
+    };
+
+    Texts* textsOf(std::string const& name);
+    void erase(Registration const& registration) noexcept;
+    void sortByRanking(Registration& registration, int ranking) noexcept;
+    void sortByTexts(Registration& registration) noexcept;
 
     mutable std::mutex mutex_;
-    std::map<long, Entry> all_;
+    Entries all_;
     std::unordered_map<std::string, Ranked> byClass_;
+    std::map<std::string, Texts> byText_;
 };
 
 } // namespace cppmicroservices::detail

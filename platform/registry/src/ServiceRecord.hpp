@@ -81,8 +81,9 @@ struct Registration : std::enable_shared_from_this<Registration> {
     std::list<InterfaceMapConstPtr> prototypeInstances;
     /// Threads on which the factory is making an object, to detect recursion.
     std::vector<std::thread::id> makingThreads;
-    /// The ranking by which ServiceIndex has sorted it; guarded by that index.
+    /// What ServiceIndex has sorted it by; guarded by that index.
     int indexedRanking = 0;
+    std::shared_ptr<AnyMap const> indexedProperties;
 
 private:
     /// Refers to this weakly.
