@@ -16,13 +16,32 @@ constexpr int leastConfidence = -2 * priceOfALongWait;
 /// A wait that was slept through includes being woken, which asking would have spared.
 constexpr int slowedBySleep = 2;
 
+/// Threads that have something brief to do, as those of the same conversation, need less.
+constexpr std::chrono::microseconds longestTurnOfOthers{20};
+
 } // namespace
 
 BusyPolling::BusyPolling(Duration longest)
     : longest(longest) {}
 
+bool BusyPolling::yielded(Duration time) noexcept {
+    if (time <= longestTurnOfOthers) {
+        return true;
+    }
+    pause = nextPause;
+    nextPause = std::min(2 * nextPause, longestPause);
+    undisturbed = 0;
+    return false;
+}
+
 void BusyPolling::waited(Duration time) noexcept {
-    const bool asked = confidence > 0;
+    const bool asked = this->time() > Duration::zero();
+    if (pause > 0) {
+        --pause;
+    } else if (asked && ++undisturbed >= nextPause) {
+        nextPause = std::max(nextPause / 2, shortestPause);
+        undisturbed = 0;
+    }
     const bool wasShort = time <= (asked ? longest : slowedBySleep * longest);
     confidence = std::clamp(
         confidence + (wasShort ? 1 : -priceOfALongWait), leastConfidence, mostConfidence);

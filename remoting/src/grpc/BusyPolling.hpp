@@ -13,6 +13,10 @@ constexpr std::chrono::milliseconds longestBusyPolling{10};
 /// processor time than asking for it. So where events have lately come soon enough, the next one is
 /// asked for; where they have not, asking would only take the processor from somebody else.
 ///
+/// Whoever asks offers the processor to others in between. Where these take it for long, sleeping
+/// is better for both: who has given it away gets it back last, and who is woken gets it first. So
+/// nobody asks for some time then, for longer when that did not change meanwhile.
+///
 /// Thread safety: single-thread.
 class BusyPolling {
 public:
@@ -22,14 +26,27 @@ public:
     explicit BusyPolling(Duration longest);
 
     /// Return how long to ask for the next event.
-    Duration time() const noexcept { return confidence > 0 ? longest : Duration::zero(); }
+    Duration time() const noexcept {
+        return confidence > 0 && pause == 0 ? longest : Duration::zero();
+    }
+
+    /// Take note of how long others took the processor that was offered to them while asking.
+    ///
+    /// @return whether to go on asking.
+    bool yielded(Duration time) noexcept;
 
     /// Take note of how long an event took to come, whether it was asked for or slept for.
     void waited(Duration time) noexcept;
 
 private:
+    static constexpr int shortestPause = 16;
+    static constexpr int longestPause = 1024;
+
     Duration longest;
     int confidence = 0; // that the next event comes soon
+    int pause = 0;      // for how many events nobody asks
+    int nextPause = shortestPause;
+    int undisturbed = 0; // how many events have been asked for since that has changed
 };
 
 /// Return for how long threads of this process may be busy waiting: not at all on one processor,

@@ -414,10 +414,17 @@ grpc::CompletionQueue::NextStatus Reactor::nextEvent(void*& tag, bool& ok, TimeP
     const Steady::time_point start = Steady::now();
     const Steady::time_point end = start + polling.time();
     auto status = grpc::CompletionQueue::TIMEOUT;
-    for (auto now = start; status == grpc::CompletionQueue::TIMEOUT && now < end;
-         now = Steady::now()) {
+    for (auto now = start; now < end;) {
         status = completions->AsyncNext(&tag, &ok, atOnce);
+        if (status != grpc::CompletionQueue::TIMEOUT) {
+            break;
+        }
+        const Steady::time_point offered = Steady::now();
         std::this_thread::yield();
+        now = Steady::now();
+        if (!polling.yielded(now - offered)) {
+            break;
+        }
     }
     if (status == grpc::CompletionQueue::TIMEOUT) {
         status = completions->AsyncNext(&tag, &ok, timeLimit);

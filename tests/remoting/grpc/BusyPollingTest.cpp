@@ -82,6 +82,55 @@ TEST(BusyPolling, NeverHappensWithoutATimeForIt) {
     EXPECT_EQ(polling.time(), 0ns);
 }
 
+/// Return for how many events, which all come soon, nobody asks.
+int pauseOf(BusyPolling& polling) {
+    int events = 0;
+    while (polling.time() == 0ns) {
+        polling.waited(50us);
+        ++events;
+    }
+    return events;
+}
+
+TEST(BusyPolling, GoesOnWhileOthersTakeTheProcessorBriefly) {
+    BusyPolling polling(longest);
+    for (int count = 0; count < 1000; ++count) {
+        EXPECT_TRUE(polling.yielded(10us));
+        polling.waited(50us);
+        EXPECT_EQ(polling.time(), longest);
+    }
+}
+
+TEST(BusyPolling, PausesWhereOthersTakeTheProcessorForLong) {
+    BusyPolling polling(longest);
+    wait(polling, 100, 50us);
+    EXPECT_FALSE(polling.yielded(1ms));
+    EXPECT_EQ(polling.time(), 0ns);
+    EXPECT_EQ(pauseOf(polling), 16);
+}
+
+TEST(BusyPolling, PausesForLongerEachTimeUntilItIsNotDisturbed) {
+    BusyPolling polling(longest);
+    wait(polling, 100, 50us);
+    for (const int pause : {16, 32, 64, 128, 256, 512, 1024, 1024, 1024}) {
+        EXPECT_FALSE(polling.yielded(1ms));
+        EXPECT_EQ(pauseOf(polling), pause);
+    }
+    wait(polling, 10000, 50us);
+    EXPECT_FALSE(polling.yielded(1ms));
+    EXPECT_EQ(pauseOf(polling), 16);
+}
+
+TEST(BusyPolling, StaysAsleepAfterAPauseWhereEventsComeLate) {
+    BusyPolling polling(longest);
+    wait(polling, 100, 50us);
+    EXPECT_FALSE(polling.yielded(1ms));
+    wait(polling, 100, 10ms);
+    EXPECT_EQ(polling.time(), 0ns);
+    wait(polling, 17, 50us);
+    EXPECT_EQ(polling.time(), longest);
+}
+
 TEST(BusyPolling, IsNotAllowedOnASingleProcessor) {
     std::thread([] {
         cpu_set_t all;
