@@ -7,7 +7,8 @@
 
 namespace agent::orvi::core {
 
-/// The service has been withdrawn: the call was not run.
+/// The service has been withdrawn, and the call was not run. Or, across processes, the endpoint has
+/// closed: then the call may have run or still be running.
 class ORVI_PLATFORM_EXPORT ServiceUnavailable : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;

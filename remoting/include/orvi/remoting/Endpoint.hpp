@@ -16,7 +16,8 @@
 namespace agent::orvi::remoting {
 
 /// What an endpoint lets its peers use at most. What goes beyond is refused before anything is
-/// allocated for it: calls and streams with `LimitExceeded`.
+/// allocated for it: calls and streams with `LimitExceeded`, look-ups with a reason that
+/// `Importer::peers` tells.
 struct EndpointLimits {
     std::size_t connections = 1024;   ///< Local connections at a time, and as many over TCP;
                                       ///< more are closed at once.
@@ -24,12 +25,14 @@ struct EndpointLimits {
     std::size_t callsInFlight = 1024; ///< Calls running or waiting to run, over all peers.
     std::uint64_t bytesPerCall = std::uint64_t{2} << 30; ///< Bytes that one call sends or asks for.
     std::uint64_t bytesInFlight = std::uint64_t{8} << 30; ///< The same, over all calls at a time.
-    std::size_t wantedFilters = 65536; ///< Look-ups that one peer has open; more are not made.
+    std::size_t wantedFilters = 65536; ///< Look-ups of one control stream, of which an importer
+                                       ///< opens one for each connection; more are not made.
 };
 
 /// How an endpoint runs the calls that reach one service.
 enum class CallOrder {
-    oneAtATime, ///< One after another, over all peers: what a standard stream underneath needs.
+    oneAtATime, ///< One after another, over all peers of this endpoint: what a standard stream
+                ///< underneath needs.
     concurrent  ///< At once; for devices that allow it, such as one whose read waits for a write.
 };
 
@@ -38,8 +41,9 @@ struct EndpointOptions {
     /// Be found by the processes of the same user on this machine.
     bool local = true;
 
-    /// Where local processes meet. Empty: "$XDG_RUNTIME_DIR/orvi", else a directory of the user's
-    /// under /tmp. It is made with mode 0700; one that others could write to is refused.
+    /// Where local processes meet. Empty: "$XDG_RUNTIME_DIR/orvi" where that variable names a
+    /// directory of the user's, else "/tmp/orvi-" and the user's number. It is made with mode 0700;
+    /// one that is another user's, is open to others in any way, or is a symbolic link is refused.
     std::filesystem::path runtimeDirectory;
 
     /// TCP addresses to listen on, as "host:port", "[::1]:port" or "host:0" for any free port.
@@ -82,7 +86,8 @@ struct EndpointOptions {
 ///
 /// Exported is what a publisher made reachable on all endpoints: every published stream buffer.
 /// Services that were published before are offered as well as later ones; imported services are
-/// never offered on. Open several for several audiences.
+/// never offered on. Open several for several audiences; the calls of one do not wait for those of
+/// another.
 ///
 /// The process's owner owns it. Close it before the framework stops. After `fork` it works in the
 /// parent only.
@@ -96,6 +101,7 @@ public:
     ///         and for TLS files that do not contain what they should; says which.
     /// @throws std::system_error for directories, files, sockets and addresses that cannot be used,
     ///         with the path or address in the text.
+    /// @throws std::runtime_error when gRPC cannot start a server.
     explicit Endpoint(const EndpointOptions& options = {});
 
     /// Close, as `close` does.

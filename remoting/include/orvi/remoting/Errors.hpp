@@ -49,14 +49,15 @@ private:
     Cause lossCause;
 };
 
-/// The peer sent what the protocol does not allow; the connection is not used any further.
+/// One side has sent what the protocol does not allow: the call may or may not have run. The stream
+/// buffer's connection is not used any further: every later call ends with the same error.
 class ORVI_REMOTING_EXPORT ProtocolError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
     ~ProtocolError() override;
 };
 
-/// The peer speaks another major version of the protocol.
+/// The peer speaks another major version of the protocol; nothing was run.
 class ORVI_REMOTING_EXPORT VersionMismatch : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -70,7 +71,10 @@ public:
     ~AccessDenied() override;
 };
 
-/// The call exceeds a limit of the endpoint; nothing was run.
+/// The call exceeds a limit of the endpoint, and nothing was run. Or the stream has ended because
+/// the endpoint offers more than the importer keeps, or because a frame was too long: then the call
+/// may or may not have run, and every later one over the same stream buffer ends with the same
+/// error.
 class ORVI_REMOTING_EXPORT LimitExceeded : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -84,7 +88,8 @@ public:
     ~TimeLimitExceeded() override;
 };
 
-/// A value of the call is of a type that does not travel; nothing was sent.
+/// A value of the call is of a type that does not travel. An argument: nothing was sent. The
+/// result: the method has run.
 class ORVI_REMOTING_EXPORT UnsupportedType : public std::invalid_argument {
 public:
     using std::invalid_argument::invalid_argument;
