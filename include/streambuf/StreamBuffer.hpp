@@ -41,7 +41,8 @@ using ReadFunction = std::function<std::string(std::int64_t count)>;
 /// Hands characters to a device.
 ///
 /// Returns the number of characters that the device took: the size of `data` on success, less
-/// when the write fell short.
+/// when the write fell short, 0 when it failed. Never negative: -1 for a full buffer counts as
+/// having taken all of it.
 using WriteFunction = std::function<std::int64_t(const std::string& data)>;
 
 /// Moves a device relative to a direction.
