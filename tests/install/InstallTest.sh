@@ -178,7 +178,7 @@ HoldsThePublicHeadersAndPapersOnly() {
     expectSame "Headers of payload" \
         "$(cd "$sourceDirectory/src/payload" && find . -name '*.hpp' ! -name SeekCodes.hpp | sort)" \
         "$(cd "$headers/payload" && find . -type f | sort)"
-    expectSame "Papers" "CHANGELOG.md README.md docs" \
+    expectSame "Papers" "CHANGELOG.md README.md SECURITY.md docs" \
         "$(cd "$prefix/$documentFolder" && echo *)"
     expectSame "Files that are no headers" "" "$(find "$headers" -type f ! -name '*.hpp' ! -name '*.h')"
 }
