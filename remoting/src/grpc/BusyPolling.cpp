@@ -16,8 +16,9 @@ constexpr int leastConfidence = -2 * priceOfALongWait;
 /// A wait that was slept through includes being woken, which asking would have spared.
 constexpr int slowedBySleep = 2;
 
-/// Threads that have something brief to do, as those of the same conversation, need less.
-constexpr std::chrono::microseconds longestTurnOfOthers{20};
+/// Threads of the same conversation take some ten microseconds; one that computes takes its time
+/// slice, some milliseconds.
+constexpr std::chrono::microseconds longestTurnOfOthers{500};
 
 } // namespace
 

@@ -95,7 +95,7 @@ int pauseOf(BusyPolling& polling) {
 TEST(BusyPolling, GoesOnWhileOthersTakeTheProcessorBriefly) {
     BusyPolling polling(longest);
     for (int count = 0; count < 1000; ++count) {
-        EXPECT_TRUE(polling.yielded(10us));
+        EXPECT_TRUE(polling.yielded(100us));
         polling.waited(50us);
         EXPECT_EQ(polling.time(), longest);
     }
