@@ -8,8 +8,6 @@ namespace cppmicroservices::detail {
 
 namespace {
 
-using Entry = ServiceIndex::Entry;
-
 /// Fewer services are looked through in no time.
 constexpr std::size_t fewestServicesForTexts = 32;
 
@@ -17,8 +15,8 @@ constexpr std::size_t fewestServicesForTexts = 32;
 constexpr std::size_t mostIndexedProperties = 8;
 
 template <class Entries>
-std::vector<Entry> valuesOf(Entries const& entries) {
-    std::vector<Entry> result;
+std::vector<ServiceIndex::Entry> valuesOf(Entries const& entries) {
+    std::vector<ServiceIndex::Entry> result;
     result.reserve(entries.size());
     std::transform(
         entries.begin(), entries.end(), std::back_inserter(result),
@@ -142,15 +140,15 @@ void ServiceIndex::sortByTexts(Registration& registration) noexcept {
     }
 }
 
-std::vector<Entry> ServiceIndex::all() const {
+std::vector<ServiceIndex::Entry> ServiceIndex::all() const {
     std::lock_guard const lock(mutex_);
     return valuesOf(all_);
 }
 
-std::vector<Entry> ServiceIndex::withClass(std::string const& name) const {
+std::vector<ServiceIndex::Entry> ServiceIndex::withClass(std::string const& name) const {
     std::lock_guard const lock(mutex_);
     auto const found = byClass_.find(name);
-    return found == byClass_.end() ? std::vector<Entry>() : valuesOf(found->second);
+    return found == byClass_.end() ? std::vector<ServiceIndex::Entry>() : valuesOf(found->second);
 }
 
 /// Returns the services by a property, null if it is not worth an index.
@@ -168,7 +166,7 @@ ServiceIndex::Texts* ServiceIndex::textsOf(std::string const& name) {
     return &byText_.emplace(name, std::move(texts)).first->second;
 }
 
-std::optional<std::vector<Entry>> ServiceIndex::withText(
+std::optional<std::vector<ServiceIndex::Entry>> ServiceIndex::withText(
     FilterExpression::TextTest const& test,
     std::optional<std::vector<std::string>> const& classes) {
     std::lock_guard const lock(mutex_);
@@ -182,22 +180,22 @@ std::optional<std::vector<Entry>> ServiceIndex::withText(
         candidates.insert(candidates.end(), same.begin(), same.end());
     }
     if (classes) {
-        std::erase_if(candidates, [&](Entry const& entry) { return !hasAny(*classes, *entry); });
+        std::erase_if(candidates, [&](auto const& entry) { return !hasAny(*classes, *entry); });
     }
-    std::sort(candidates.begin(), candidates.end(), [&](Entry const& left, Entry const& right) {
+    std::sort(candidates.begin(), candidates.end(), [&](auto const& left, auto const& right) {
         return classes ? preferenceOf(*left) < preferenceOf(*right)
                        : left->record->id < right->record->id;
     });
     return candidates;
 }
 
-Entry ServiceIndex::firstWithClass(std::string const& name) const {
+ServiceIndex::Entry ServiceIndex::firstWithClass(std::string const& name) const {
     std::lock_guard const lock(mutex_);
     auto const found = byClass_.find(name);
     return found == byClass_.end() ? nullptr : found->second.begin()->second;
 }
 
-std::vector<Entry> ServiceIndex::clear() {
+std::vector<ServiceIndex::Entry> ServiceIndex::clear() {
     auto entries = all();
     std::lock_guard const lock(mutex_);
     all_.clear();
