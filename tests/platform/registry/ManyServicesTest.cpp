@@ -93,7 +93,7 @@ TEST_F(ManyServicesTest, AreFoundByAValueThatIsNoText) {
 
 TEST_F(ManyServicesTest, OfAnInterfaceAreFoundInOrderOfPreference) {
     auto const other = context.RegisterService<Encoder>(codec(), {{"name", std::string("same")}});
-    for (std::size_t index : {5, 3, 9}) {
+    for (std::size_t const index : {5U, 3U, 9U}) {
         registrations[index].SetProperties({{"name", std::string("same")}});
     }
     EXPECT_EQ(foundCodecs("(name=same)"), (Ids{id(3), id(5), id(9)}));
@@ -130,7 +130,8 @@ public:
                     : ServiceRegistrationU(
                           context.RegisterService<Encoder>(codec(), properties())));
         } else if (action < 6) {
-            auto const gone = registrations.begin() + below(registrations.size());
+            auto const gone =
+                registrations.begin() + static_cast<std::ptrdiff_t>(below(registrations.size()));
             gone->Unregister();
             registrations.erase(gone);
         } else {
