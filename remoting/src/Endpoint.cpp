@@ -1,7 +1,6 @@
 #include <orvi/remoting/Endpoint.hpp>
 
 #include "carrier/FrameworkIdentity.hpp"
-#include "discovery/BlockedSignals.hpp"
 #include "discovery/HangUpWatch.hpp"
 #include "discovery/Housekeeper.hpp"
 #include "discovery/LocalAddress.hpp"
@@ -16,6 +15,7 @@
 
 #include <cppmicroservices/Framework.h>
 
+#include <boost/asio/post.hpp>
 #include <boost/uuid/random_generator.hpp>
 #include <boost/uuid/uuid_io.hpp>
 
@@ -26,8 +26,6 @@
 #include <mutex>
 #include <optional>
 #include <stdexcept>
-#include <system_error>
-#include <thread>
 #include <utility>
 
 namespace agent::orvi::remoting {
@@ -39,7 +37,7 @@ using namespace details;
 constexpr std::chrono::milliseconds runOutTime{1000};
 constexpr std::chrono::milliseconds farewellTime{300};
 constexpr std::chrono::milliseconds threadEndTime{300};
-constexpr std::chrono::milliseconds streamEndTime{900};
+constexpr std::chrono::milliseconds streamEndTime{800};
 
 void check(const EndpointOptions& options) {
     const auto demand = [](bool holds, const char* text) {
@@ -73,8 +71,6 @@ public:
         : limits(options.limits)
         , endpointId(boost::uuids::to_string(boost::uuids::random_generator()()))
         , terms(std::make_shared<CallTerms>(options)) {}
-
-    ~Impl() { close(); }
 
     bool isOfThisProcess() const noexcept { return housekeeper.isOfThisProcess(); }
 
@@ -114,10 +110,7 @@ public:
         }
         terms->budget.close();
         terms->budget.awaitNoCalls(Clock::now() + runOutTime);
-        stopServer();
-        housekeeper.stop();
-        localConnections.clear();
-        tcpConnections.clear();
+        endServer();
     }
 
     const std::string& id() const noexcept { return endpointId; }
@@ -147,33 +140,24 @@ private:
         }
     }
 
-    /// End what peers have open. gRPC itself waits for its connections without a limit, even for
-    /// one that takes nothing any more: what has not ended in time is left behind, and this object
-    /// with it.
-    void stopServer() {
-        auto self = weak_from_this().lock();
-        if (!self) { // nobody would be left to keep it
-            endStreams();
-            return;
-        }
-        std::promise<void> ending;
-        const auto ended = ending.get_future();
-        std::thread thread;
-        try {
-            const BlockedSignals inTheThread;
-            thread = std::thread([self, ending = std::move(ending)]() mutable {
-                self->endStreams();
-                self.reset(); // before anybody goes on who takes it for gone
-                ending.set_value();
-            });
-        } catch (const std::system_error&) {
-            endStreams(); // no more threads
-            return;
-        }
+    /// End what peers have open, then the housekeeping thread. gRPC itself waits for its
+    /// connections without a limit, even for one that takes nothing any more. Therefore it is that
+    /// thread which waits for it, as one that is there already: what has not ended in time is left
+    /// behind with it, and this object, too.
+    void endServer() {
+        const auto ending = std::make_shared<std::promise<void>>();
+        const auto ended = ending->get_future();
+        boost::asio::post(housekeeper.context(), [self = shared_from_this(), ending]() mutable {
+            self->endStreams();
+            self->localConnections.clear();
+            self->tcpConnections.clear();
+            self.reset(); // before anybody goes on who takes it for gone
+            ending->set_value();
+        });
         if (ended.wait_for(streamEndTime) == std::future_status::ready) {
-            thread.join();
+            housekeeper.stop();
         } else {
-            thread.detach();
+            housekeeper.leaveBehind();
         }
     }
 
@@ -299,7 +283,12 @@ private:
 Endpoint::Endpoint(const EndpointOptions& options) {
     check(options);
     impl = std::make_shared<Impl>(options);
-    impl->open(options);
+    try {
+        impl->open(options);
+    } catch (...) {
+        impl->close(); // peers may have connected to what was there already
+        throw;
+    }
 }
 
 Endpoint::~Endpoint() {

@@ -90,6 +90,17 @@ void Housekeeper::stop() noexcept {
     }
 }
 
+void Housekeeper::leaveBehind() noexcept {
+    if (!isOfThisProcess()) {
+        return;
+    }
+    impl->context.stop();
+    const std::lock_guard lock(impl->joining);
+    if (impl->thread.joinable()) {
+        impl->thread.detach();
+    }
+}
+
 void Housekeeper::runAndWait(const std::function<void()>& task) {
     if (!isOfThisProcess()) {
         return;

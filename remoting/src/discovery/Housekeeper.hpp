@@ -40,6 +40,10 @@ public:
     /// happens the second time.
     void stop() noexcept;
 
+    /// End the thread as `stop` does, without waiting for it: for when the handler that is running
+    /// may never end. What that handler needs must be kept by it.
+    void leaveBehind() noexcept;
+
     /// Run a task on the thread and wait for its end: when it has run, no handler that was running
     /// before is running any more. Runs it at once when this is that thread or when the thread has
     /// ended. In a forked child it does not run. The caller holds no lock that a handler takes.

@@ -10,8 +10,27 @@ namespace agent::orvi::remoting::test {
 namespace {
 
 std::mutex mutex;
-std::string knownName;    // guarded by mutex
-std::string knownAddress; // guarded by mutex
+std::string knownName;           // guarded by mutex
+std::string knownAddress;        // guarded by mutex
+std::function<void()> whenAsked; // guarded by mutex
+
+/// Say whether a look-up is one of the name, and not of a numeric address.
+bool isAskedFor(const char* name, const addrinfo* hints) {
+    const std::lock_guard lock(mutex);
+    return name != nullptr && !knownName.empty() && name == knownName &&
+           (hints == nullptr || (hints->ai_flags & AI_NUMERICHOST) == 0);
+}
+
+void announce() {
+    std::function<void()> callback;
+    {
+        const std::lock_guard lock(mutex);
+        callback = whenAsked;
+    }
+    if (callback) {
+        callback();
+    }
+}
 
 } // namespace
 
@@ -24,11 +43,17 @@ NameService::NameService(std::string name) {
 NameService::~NameService() {
     const std::lock_guard lock(mutex);
     knownName.clear();
+    whenAsked = nullptr;
 }
 
 void NameService::set(const std::string& address) {
     const std::lock_guard lock(mutex);
     knownAddress = address;
+}
+
+void NameService::callWhenAsked(std::function<void()> callback) {
+    const std::lock_guard lock(mutex);
+    whenAsked = std::move(callback);
 }
 
 } // namespace agent::orvi::remoting::test
@@ -39,15 +64,13 @@ getaddrinfo(const char* node, const char* service, const addrinfo* hints, addrin
     static const auto real =
         reinterpret_cast<decltype(&::getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));
     std::string asked = node == nullptr ? "" : node;
-    {
+    if (isAskedFor(node, hints)) {
+        announce();
         const std::lock_guard lock(mutex);
-        if (node != nullptr && !knownName.empty() && asked == knownName &&
-            (hints == nullptr || (hints->ai_flags & AI_NUMERICHOST) == 0)) {
-            if (knownAddress.empty()) {
-                return EAI_NONAME;
-            }
-            asked = knownAddress;
+        if (knownAddress.empty()) {
+            return EAI_NONAME;
         }
+        asked = knownAddress;
     }
     return real(node == nullptr ? nullptr : asked.c_str(), service, hints, result);
 }

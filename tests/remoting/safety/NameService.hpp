@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace agent::orvi::remoting::test {
@@ -22,6 +23,10 @@ public:
 
     /// Let it have one numeric address.
     void set(const std::string& address);
+
+    /// From now on, do something each time before the name is looked up, on the thread of whoever
+    /// looks.
+    void callWhenAsked(std::function<void()> callback);
 };
 
 } // namespace agent::orvi::remoting::test
