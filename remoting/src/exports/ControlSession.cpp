@@ -231,7 +231,7 @@ bool ControlSession::encode(const News::Item& item, OutgoingFrame& outgoing) {
             outgoing = encodeFrame(frame);
         } catch (const std::bad_alloc&) {
             throw;
-        } catch (const std::exception&) {
+        } catch (...) {
             return false; // a service that cannot be described in a frame cannot be offered
         }
         return true;

@@ -182,24 +182,39 @@ void ExportTable::add(const ServiceReferenceBase& reference, bool replace, const
     if (!service) {
         return;
     }
-    Properties properties;
-    for (const std::string& key : reference.GetPropertyKeys()) {
-        if (!isOfExporter(key)) {
-            properties.emplace_back(key, reference.GetProperty(key));
-        }
-    }
-    properties.emplace_back("service.imported", true);
-    properties.emplace_back("service.imported.configs", std::vector<std::string>{"orvi.grpc"});
-    properties.emplace_back("endpoint.id", endpointId + "/" + std::to_string(number));
-    properties.emplace_back("endpoint.framework.uuid", frameworkIdentity(context));
-    const auto exported = std::make_shared<ExportedService>(
-        reference, number, service, std::move(properties), executor);
+    const auto exported = describe(reference, number, service);
     const std::lock_guard lock(mutex);
     if (closed || looking.isGone(number) || (!replace && services.contains(number))) {
         return;
     }
     erase(number);
-    insert(exported);
+    if (exported) {
+        insert(exported);
+    }
+}
+
+/// @return null for a service that cannot describe itself: the others are offered all the same.
+std::shared_ptr<ExportedService> ExportTable::describe(
+    const ServiceReferenceBase& reference, std::uint64_t number,
+    const std::shared_ptr<core::Invokable>& service) const {
+    try {
+        Properties properties;
+        for (const std::string& key : reference.GetPropertyKeys()) {
+            if (!isOfExporter(key)) {
+                properties.emplace_back(key, reference.GetProperty(key));
+            }
+        }
+        properties.emplace_back("service.imported", true);
+        properties.emplace_back("service.imported.configs", std::vector<std::string>{"orvi.grpc"});
+        properties.emplace_back("endpoint.id", endpointId + "/" + std::to_string(number));
+        properties.emplace_back("endpoint.framework.uuid", frameworkIdentity(context));
+        return std::make_shared<ExportedService>(
+            reference, number, service, std::move(properties), executor);
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (...) {
+        return nullptr;
+    }
 }
 
 void ExportTable::remove(const ServiceReferenceBase& reference) {

@@ -98,6 +98,9 @@ private:
     void
     add(const cppmicroservices::ServiceReferenceBase& reference, bool replace,
         const Adding& looking);
+    std::shared_ptr<ExportedService> describe(
+        const cppmicroservices::ServiceReferenceBase& reference, std::uint64_t number,
+        const std::shared_ptr<core::Invokable>& service) const;
     void remove(const cppmicroservices::ServiceReferenceBase& reference);
     void insert(const std::shared_ptr<ExportedService>& service);
     void erase(std::uint64_t number);

@@ -17,6 +17,7 @@
 #include <malloc.h>
 #include <memory>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -165,6 +166,38 @@ TEST_F(ExportTableTest, PassesOverAServiceThatGoesAfterItWasListed) {
     listing->close();
     (first ? first : second).Unregister();
     last.Unregister();
+}
+
+TEST_F(ExportTableTest, PassesOverServicesThatCannotDescribeThemselves) {
+    bool isMended = false;
+    const auto broken = [&] {
+        return std::make_shared<Described>([&] {
+            if (!isMended) {
+                throw std::runtime_error("The service's own trouble");
+            }
+        });
+    };
+    Registration first = registerService(broken(), "");
+    Registration second = registerService(std::make_shared<Described>(), "second");
+    Registration third;
+    EXPECT_NO_THROW(third = registerService(broken(), "")); // the table hears of it
+    const auto listing = ExportTable::open(streambuf::test::registryContext(), "listing", executor);
+    RecordingAudience audience;
+    for (ExportTable& each : {std::ref(*listing), std::ref(*table)}) {
+        each.want(audience, 1, "(service.imported=true)");
+        EXPECT_EQ(audience.services.size(), 1U);
+        each.leave(audience);
+        audience.services.clear();
+    }
+    isMended = true;
+    third.SetProperties(properties("", true));
+    table->want(audience, 1, "(service.imported=true)");
+    EXPECT_EQ(audience.services.size(), 2U);
+    table->leave(audience);
+    listing->close();
+    for (Registration* const registration : {&first, &second, &third}) {
+        registration->Unregister();
+    }
 }
 
 TEST_F(ExportTableTest, KeepsNothingOfAnAudienceThatHasLeft) {
