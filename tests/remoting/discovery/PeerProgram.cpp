@@ -25,6 +25,17 @@
 
 namespace {
 
+/// LeakSanitizer would wait there for locks that threads of the parent may have had.
+bool isForkedChild = false;
+
+} // namespace
+
+extern "C" __attribute__((visibility("default"))) int __lsan_is_turned_off() {
+    return isForkedChild ? 1 : 0;
+}
+
+namespace {
+
 using namespace agent::orvi::remoting::details;
 namespace test = agent::orvi::remoting::test;
 
@@ -82,6 +93,7 @@ int listenAndExitInChild(const Arguments& arguments) {
     endpoint.emplace(arguments);
     const pid_t child = ::fork();
     if (child == 0) {
+        isForkedChild = true;
         std::exit(0);
     }
     int status = 0;
