@@ -44,6 +44,10 @@ constexpr std::chrono::milliseconds reactorEndTime{500};
 constexpr std::chrono::milliseconds firstRetry{50};
 constexpr std::chrono::milliseconds longestRetry{5000};
 
+/// A local endpoint that accepts nothing, though it is there, is only called failed when it is
+/// tried more slowly than this.
+constexpr std::chrono::milliseconds longestBusyRetry{500};
+
 /// A connection that has lasted for this long was not in vain: the next attempt follows soon again.
 constexpr std::chrono::milliseconds usefulTime{5000};
 
@@ -216,10 +220,21 @@ private:
                 });
             connect(std::move(connection), address);
         } catch (const std::exception& error) {
-            setStatus({address, PeerStatus::State::failed, "", error.what()});
+            if (!mayAcceptSoon(socket, error)) {
+                setStatus({address, PeerStatus::State::failed, "", error.what()});
+            }
             localPeers->check(socket);
             retrySocket(socket);
         }
+    }
+
+    /// Say whether a connection has failed because the endpoint has too many to accept, as many do
+    /// that all of a machine's importers connect to at once.
+    bool mayAcceptSoon(const std::filesystem::path& socket, const std::exception& error) const {
+        const auto* const failure = dynamic_cast<const std::system_error*>(&error);
+        const auto retry = retries.find(socket);
+        return failure != nullptr && failure->code() == std::errc::resource_unavailable_try_again &&
+               (retry == retries.end() || retry->second.delay <= longestBusyRetry);
     }
 
     void socketGone(const std::filesystem::path& socket) {

@@ -13,7 +13,6 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -25,8 +24,6 @@ using namespace endpointFiles;
 /// How often another name is tried when somebody clears the lock away before it is locked. Each
 /// time takes another process in just that moment.
 constexpr int bindAttempts = 100;
-
-constexpr timeval connectTime{1, 0};
 
 /// Make the address of a socket by way of its directory, however long that one's path is.
 ///
@@ -242,24 +239,18 @@ LocalPeer connectLocal(const std::filesystem::path& path) {
     const Descriptor directory(
         checked(::open(parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), text));
     const sockaddr_un address = addressOf(directory.get(), path.filename().string());
-    Descriptor socket(checked(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0), text));
-    // The limit of time for a connect is that for sending.
-    const auto limit = [&](const timeval& time) {
-        checked(::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &time, sizeof(time)), text);
-    };
-    limit(connectTime);
+    Descriptor socket(
+        checked(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), text));
     int result = 0;
     do {
         result = withAddress(::connect, socket.get(), address);
     } while (result != 0 && errno == EINTR);
     checked(result, text);
-    limit({});
     const auto listener = credentialsOf(socket.get());
     checked(listener ? 0 : -1, text);
     if (listener->uid != ::geteuid()) {
         throw std::system_error(EPERM, std::generic_category(), text() + " is another user's");
     }
-    checked(::fcntl(socket.get(), F_SETFL, O_NONBLOCK), text);
     return {socket.release(), listener->pid};
 }
 

