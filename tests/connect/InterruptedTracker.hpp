@@ -14,6 +14,12 @@ inline std::function<void()>& afterServiceIsFound() {
     return action;
 }
 
+/// What happens when a tracker opens, in place of that.
+inline std::function<void()>& insteadOfOpening() {
+    static std::function<void()> action;
+    return action;
+}
+
 } // namespace agent::orvi::streambuf::test
 
 namespace cppmicroservices {
@@ -23,6 +29,15 @@ template <class Service>
 class InterruptedTracker : public ServiceTracker<Service> {
 public:
     using ServiceTracker<Service>::ServiceTracker;
+
+    void Open() {
+        if (const auto action =
+                std::exchange(agent::orvi::streambuf::test::insteadOfOpening(), nullptr)) {
+            action();
+        } else {
+            ServiceTracker<Service>::Open();
+        }
+    }
 
     template <class Duration>
     std::shared_ptr<Service> WaitForService(const Duration& timeLimit) {

@@ -8,7 +8,9 @@
 
 #include <cppmicroservices/IllegalStateException.h>
 #include <cppmicroservices/ServiceException.h>
+#include <cppmicroservices/ServiceFindHook.h>
 #include <cppmicroservices/ServiceListenerHook.h>
+#include <cppmicroservices/ShrinkableVector.h>
 
 #include <boost/uuid/nil_generator.hpp>
 
@@ -18,6 +20,7 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <future>
 #include <memory>
 #include <mutex>
@@ -30,6 +33,7 @@
 namespace agent::orvi::streambuf {
 namespace {
 
+using cppmicroservices::ServiceFindHook;
 using cppmicroservices::ServiceListenerHook;
 using std::chrono::seconds;
 using test::RegisteredService;
@@ -69,6 +73,29 @@ private:
     std::mutex mutex;
     std::condition_variable changed;
     std::vector<std::string> filters;
+};
+
+/// Does something once, when services have been looked up by a filter and before whoever has looked
+/// gets them.
+class WhenFound : public ServiceFindHook {
+public:
+    WhenFound(std::string filter, std::function<void()> action)
+        : filter(std::move(filter))
+        , action(std::move(action)) {}
+
+    void Find(
+        const cppmicroservices::BundleContext&, const std::string&, const std::string& by,
+        cppmicroservices::ShrinkableVector<cppmicroservices::ServiceReferenceBase>& found)
+        override {
+        if (by.find(filter) != std::string::npos && !found.empty()) {
+            std::call_once(done, action);
+        }
+    }
+
+private:
+    const std::string filter;
+    const std::function<void()> action;
+    std::once_flag done;
 };
 
 std::string filterFor(const boost::uuids::uuid& uuid) {
@@ -146,6 +173,34 @@ TEST_F(LookUpTest, PassesOverServicesThatAreNotInvokable) {
     const RegisteredService service(test::completeProperties(uuid));
     EXPECT_NO_THROW(connection.get());
     unrelated.Unregister();
+}
+
+TEST_F(LookUpTest, GoesOnWhenTheServiceIsWithdrawnBetweenTheLookAndItsUse) {
+    const boost::uuids::uuid uuid = test::newUuid();
+    RegisteredService withdrawn(test::completeProperties(uuid));
+    std::promise<void> isWithdrawn;
+    auto hook = test::registryContext().RegisterService<ServiceFindHook>(
+        std::make_shared<WhenFound>(test::serviceNameOf(uuid), [&] {
+            withdrawn.withdraw();
+            isWithdrawn.set_value();
+        }));
+    std::future<StreamBuffer> connection = connectElsewhere(uuid);
+    isWithdrawn.get_future().wait();
+    const StreamBuffer published = publish(uuid);
+    EXPECT_EQ(connection.get().sgetc(), 'p');
+    EXPECT_THAT(withdrawn.fake().takeInvocations(), IsEmpty());
+    hook.Unregister();
+}
+
+TEST_F(LookUpTest, LooksAgainWhenTheRegistryHasFoundAServiceThatIsNotThereAnyMore) {
+    const boost::uuids::uuid uuid = test::newUuid();
+    std::optional<StreamBuffer> published;
+    test::insteadOfOpening() = [&] {
+        published = publish(uuid);
+        throw std::invalid_argument("The registry's own error");
+    };
+    EXPECT_EQ(makeDevice(uuid, noCloseFunction()).sgetc(), 'p');
+    EXPECT_TRUE(published.has_value());
 }
 
 TEST_F(LookUpTest, GivesUpAfterTwentySeconds) {
