@@ -102,13 +102,15 @@ void ServiceIndex::erase(Registration const& registration) noexcept {
 }
 
 void ServiceIndex::sortAgain(Registration& registration) noexcept {
+    // Released without the lock: what a value's destructor does may come back here.
+    std::shared_ptr<AnyMap const> former;
     std::lock_guard const lock(mutex_);
     if (all_.count(registration.record->id) == 0) {
         return;
     }
     // Read here, not before: of two concurrent changes the later one must win.
     sortByRanking(registration, registration.record->ranking());
-    sortByTexts(registration);
+    former = sortByTexts(registration);
 }
 
 void ServiceIndex::sortByRanking(Registration& registration, int ranking) noexcept {
@@ -125,11 +127,12 @@ void ServiceIndex::sortByRanking(Registration& registration, int ranking) noexce
     registration.indexedRanking = ranking;
 }
 
-void ServiceIndex::sortByTexts(Registration& registration) noexcept {
+/// Returns the properties by which it was sorted.
+std::shared_ptr<AnyMap const> ServiceIndex::sortByTexts(Registration& registration) noexcept {
     for (auto& [name, texts] : byText_) {
         texts.remove(name, registration);
     }
-    registration.indexedProperties = registration.record->properties();
+    auto former = std::exchange(registration.indexedProperties, registration.record->properties());
     try {
         for (auto& [name, texts] : byText_) {
             texts.add(name, registration.shared_from_this());
@@ -138,6 +141,7 @@ void ServiceIndex::sortByTexts(Registration& registration) noexcept {
         // There is no memory to keep it right. Whoever asks next makes it anew.
         byText_.clear();
     }
+    return former;
 }
 
 std::vector<ServiceIndex::Entry> ServiceIndex::all() const {

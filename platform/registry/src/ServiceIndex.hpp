@@ -71,7 +71,7 @@ private:
     Texts* textsOf(std::string const& name);
     void erase(Registration const& registration) noexcept;
     void sortByRanking(Registration& registration, int ranking) noexcept;
-    void sortByTexts(Registration& registration) noexcept;
+    std::shared_ptr<AnyMap const> sortByTexts(Registration& registration) noexcept;
 
     mutable std::mutex mutex_;
     Entries all_;

@@ -6,8 +6,10 @@
 #include <cstddef>
 #include <cstdlib>
 #include <map>
+#include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace registry_test {
@@ -112,6 +114,15 @@ TEST_F(ManyServicesTest, AreFoundByMoreKindsOfTextsThanAnyoneCounts) {
         registrations[7].SetProperties({{key, std::string("here")}});
         EXPECT_EQ(found("(" + key + "=here)"), Ids{id(7)});
     }
+}
+
+TEST_F(ManyServicesTest, MayBeLookedUpWhereAValueOfAPropertyEnds) {
+    std::size_t matches = 0;
+    std::shared_ptr<void> value(
+        nullptr, [&](void*) { matches = found("(name=service 8)").size(); });
+    registrations[7].SetProperties({{"value", std::move(value)}});
+    registrations[7].SetProperties({});
+    EXPECT_EQ(matches, 1U);
 }
 
 /// A registry with random services, and all of them looked at one by one.
