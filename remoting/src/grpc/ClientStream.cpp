@@ -164,7 +164,11 @@ void ClientStream::conclude(const StreamEnd& end) {
         last = std::move(self);
         receiver = std::move(events);
     }
-    receiver->ended(end);
+    try {
+        receiver->ended(end);
+    } catch (...) {
+        // There is nobody else to tell. This stream has ended all the same, and others wait.
+    }
     receiver.reset();
     connection->reactor->leave();
     connection->streamEnded(*this);
