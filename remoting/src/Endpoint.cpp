@@ -148,7 +148,11 @@ private:
         const auto ending = std::make_shared<std::promise<void>>();
         const auto ended = ending->get_future();
         boost::asio::post(housekeeper.context(), [self = shared_from_this(), ending]() mutable {
-            self->endStreams();
+            try {
+                self->endStreams();
+            } catch (...) {
+                // What could not be ended in order ends with this object.
+            }
             self->localConnections.clear();
             self->tcpConnections.clear();
             self.reset(); // before anybody goes on who takes it for gone
