@@ -53,7 +53,10 @@ core::GenericPayload ClientSession::call(
     }
     const std::uint64_t bytesAsked = bytesAskedFor(method, arguments);
     OutgoingMessage request = OutgoingMessage::request(method, withoutAnswer, std::move(arguments));
-    const std::lock_guard oneCall(calls);
+    const auto oneCall = end ? std::unique_lock(calls, *end) : std::unique_lock(calls);
+    if (!oneCall) {
+        throw TimeLimitExceeded("A call before this one has not ended in time.");
+    }
     Wait waiting;
     bool inTime = false;
     try {

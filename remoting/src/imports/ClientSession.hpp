@@ -33,7 +33,8 @@ public:
         std::shared_ptr<Connection> connection, std::shared_ptr<Executor> executor,
         std::uint64_t service, std::string peer);
 
-    /// Call a method and wait for its answer.
+    /// Call a method and wait for its answer, before that for the calls before it; the time limit
+    /// is for both.
     ///
     /// @return the answer; an empty payload for a call without one.
     /// @throws what the method threw, and what orvi/remoting/Errors.hpp names.
@@ -79,7 +80,7 @@ private:
     const std::uint64_t service;
     const std::string peer;
 
-    std::mutex calls; // one at a time
+    std::timed_mutex calls; // one at a time
 
     std::mutex mutex;
     std::shared_ptr<Stream> stream;
