@@ -5,7 +5,7 @@ from tables import number, table, write_columns
 COUNTS = (1, 2, 4, 8, 16, 32, 64)
 PEERS = {
     "in-process": ("orvi", "orvi-one", "floor"),
-    "across-processes": ("orvi", "orvi-one", "socket"),
+    "across-processes": ("orvi", "orvi-one", "socket", "stream"),
 }
 
 
@@ -28,7 +28,8 @@ class Readers:
         yield "- **orvi-one**: each thread has its own connection to the same stream, which serves one call"
         yield "  after another: under the device's own lock in one process, across processes as an"
         yield "  endpoint does by default"
-        yield "- **floor**, **socket**: as above, each thread with its own"
+        yield "- **floor**, **socket**, **stream**: as above, each thread with its own; each **stream** has"
+        yield "  a connection of its own, where those of **orvi** share one"
         yield ""
         yield f"Each number is the median of {self.series.repetitions} repetitions in random order. Times are what"
         yield "half and 99 of 100 calls did not exceed; with more threads than processors, that is the time"

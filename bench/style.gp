@@ -11,6 +11,7 @@ set style line 4 lc rgb "#8e44ad" lw 2 pt 11 ps 0.7
 set style line 11 lc rgb "#c0392b" lw 1.5 dt 2 pt 7 ps 0.4
 set style line 12 lc rgb "#2980b9" lw 1.5 dt 2 pt 5 ps 0.4
 set style line 13 lc rgb "#7f8c8d" lw 1.5 dt 2 pt 9 ps 0.4
+set style line 14 lc rgb "#8e44ad" lw 1.5 dt 2 pt 11 ps 0.4
 set grid lc rgb "#dddddd"
 set datafile missing "?"
 set key samplen 2

@@ -23,6 +23,17 @@ void addConnected(
     });
 }
 
+void addUnconnected(
+    const char* peer, Connect connect, const ServerAddress& server, std::size_t count) {
+    addReaders(count, peer, [=](benchmark::State& state) {
+        std::vector<std::unique_ptr<Exchange>> readers(count);
+        for (auto& reader : readers) {
+            reader = connect(server, readersTransfer);
+        }
+        measureReaders(state, readers, 1);
+    });
+}
+
 } // namespace
 
 void registerReaders(const Servers& servers) {
@@ -30,14 +41,8 @@ void registerReaders(const Servers& servers) {
     for (const std::size_t count : readerCounts) {
         addConnected("orvi", options, count, ReadFrom::streamsOfTheirOwn);
         addConnected("orvi-one", options, count, ReadFrom::oneStream);
-        addReaders(
-            count, "socket", [count, address = servers.socket.address()](benchmark::State& state) {
-                std::vector<std::unique_ptr<Exchange>> readers(count);
-                for (auto& reader : readers) {
-                    reader = connectSocket(address, readersTransfer);
-                }
-                measureReaders(state, readers, 1);
-            });
+        addUnconnected("stream", connectStream, servers.grpc.address(), count);
+        addUnconnected("socket", connectSocket, servers.socket.address(), count);
     }
 }
 
