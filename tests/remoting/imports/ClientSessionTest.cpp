@@ -18,6 +18,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace agent::orvi::remoting::details::test {
@@ -50,8 +51,8 @@ protected:
 
     /// Do what comes next on the newest stream.
     bool step() {
-        if (beforeStep) {
-            beforeStep();
+        if (const auto action = std::exchange(beforeFirstStep, nullptr)) {
+            action();
         }
         ScriptedStream& stream = *connection->streams.back();
         if (said.size() < connection->streams.size()) {
@@ -75,7 +76,7 @@ protected:
 
     bool answers = true;
     std::vector<std::size_t> said; // on each stream
-    std::function<void()> beforeStep;
+    std::function<void()> beforeFirstStep;
     const std::shared_ptr<ScriptedConnection> connection = std::make_shared<ScriptedConnection>();
     const std::shared_ptr<ScriptedExecutor> executor = std::make_shared<ScriptedExecutor>();
     const std::shared_ptr<ClientSession> session =
@@ -101,8 +102,7 @@ TEST_F(ClientSessionTest, ACallThatIsNotAnsweredInTimeEndsAndTheNextOneHasAStrea
 TEST_F(ClientSessionTest, ACallWaitsForTheOneBeforeItNoLongerThanForItsAnswer) {
     std::promise<void> begun;
     std::promise<void> goOn;
-    beforeStep = [&] {
-        beforeStep = nullptr;
+    beforeFirstStep = [&] {
         begun.set_value();
         goOn.get_future().wait();
     };
