@@ -44,8 +44,7 @@ protected:
     }
 
     std::string read(std::optional<std::chrono::milliseconds> timeLimit) {
-        return session
-            ->call(timeLimit, "read", GenericPayload::fromValues(std::int64_t{10}), false)
+        return session->call(timeLimit, "read", GenericPayload::fromValues(std::int64_t{10}), false)
             .take<std::string>(0);
     }
 
