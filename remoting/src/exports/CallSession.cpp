@@ -91,7 +91,7 @@ public:
 private:
     void endTurn() noexcept {
         if (hasTurn.exchange(false)) {
-            session->service->queue.endTurn();
+            session->service->turns->queue.endTurn();
         }
     }
 
@@ -259,7 +259,7 @@ void CallSession::start() {
         awaited = call.get();
     }
     if (terms->oneAtATime) {
-        service->queue.add(call);
+        service->turns->queue.add(call);
     } else {
         executor.post([call] { call->run(); });
     }
@@ -272,9 +272,9 @@ void CallSession::invoke(RunningCall& call) noexcept {
     }
     try {
         if (terms->oneAtATime && terms->positionPerConnection) {
-            service->positions.prepareFor(id);
+            service->turns->positions.prepareFor(id);
             if (!isAwaited(call)) {
-                service->positions.forget(id);
+                service->turns->positions.forget(id);
                 return;
             }
         }
@@ -393,7 +393,7 @@ void CallSession::ended(const StreamEnd&) {
         }
     }
     if (service && terms->positionPerConnection) {
-        service->positions.forget(id);
+        service->turns->positions.forget(id);
     }
 }
 

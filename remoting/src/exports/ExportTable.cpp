@@ -146,10 +146,15 @@ void ExportTable::close() noexcept {
     } catch (...) {
         // The framework has stopped and has dropped its listeners.
     }
+    Services former; // let go of after the lock
     const std::lock_guard lock(mutex);
     closed = true;
-    while (!services.empty()) {
-        erase(services.begin()->first);
+    former.swap(services);
+    numbersByName.clear();
+    for (auto& [audience, listener] : listeners) {
+        for (const auto& [number, wants] : std::exchange(listener.offered, {})) {
+            audience->withdrawn(number, false);
+        }
     }
 }
 
@@ -183,11 +188,15 @@ void ExportTable::add(const ServiceReferenceBase& reference, bool replace, const
         return;
     }
     const auto exported = describe(reference, number, service);
+    Services::node_type former; // let go of after the lock
     const std::lock_guard lock(mutex);
     if (closed || looking.isGone(number) || (!replace && services.contains(number))) {
         return;
     }
-    erase(number);
+    if (exported) {
+        shareTurns(*exported);
+    }
+    former = erase(number);
     if (exported) {
         insert(exported);
     }
@@ -224,17 +233,18 @@ void ExportTable::remove(const ServiceReferenceBase& reference) {
     } catch (const std::bad_alloc&) {
         // It is gone all the same.
     }
+    Services::node_type former; // let go of after the lock
     const std::lock_guard lock(mutex);
     if (!number) {
         const auto found = std::find_if(services.begin(), services.end(), [&](const auto& entry) {
             return entry.second->reference == reference;
         });
         if (found != services.end()) {
-            erase(found->first);
+            former = erase(found->first);
         }
         return;
     }
-    erase(*number);
+    former = erase(*number);
     if (adding > 0) {
         goneMeanwhile[*number] = ++removals;
     }
@@ -258,15 +268,31 @@ void ExportTable::insert(const std::shared_ptr<ExportedService>& service) {
             offer(*want, *service);
         }
     } catch (...) {
-        erase(service->number);
+        const Services::node_type refused = erase(service->number);
         throw;
     }
 }
 
-void ExportTable::erase(std::uint64_t number) {
+/// Calls are put in order across whatever a service was offered as before. Under the lock.
+void ExportTable::shareTurns(ExportedService& service) {
+    if (turns.size() >= 2 * turnsAfterSweep + 16) {
+        std::erase_if(turns, [](const auto& entry) { return entry.second.expired(); });
+        turnsAfterSweep = turns.size();
+    }
+    std::weak_ptr<ServiceTurns>& known = turns[service.number];
+    if (auto shared = known.lock()) {
+        service.turns = std::move(shared);
+    } else {
+        known = service.turns;
+    }
+}
+
+/// Take a service out. Whoever calls this lets go of it after the lock: what ends with it may be
+/// the user's.
+ExportTable::Services::node_type ExportTable::erase(std::uint64_t number) {
     const auto found = services.find(number);
     if (found == services.end()) {
-        return;
+        return {};
     }
     const auto [first, last] = numbersByName.equal_range(found->second->name);
     const auto named =
@@ -274,12 +300,13 @@ void ExportTable::erase(std::uint64_t number) {
     if (named != last) {
         numbersByName.erase(named);
     }
-    services.erase(found);
+    Services::node_type former = services.extract(found);
     for (auto& [audience, listener] : listeners) {
         if (listener.offered.erase(number) > 0) {
             audience->withdrawn(number, false);
         }
     }
+    return former;
 }
 
 void ExportTable::want(Audience& audience, std::uint64_t number, const std::string& filter) {
@@ -318,16 +345,27 @@ bool ExportTable::unwant(Audience& audience, std::uint64_t number) {
     const std::shared_ptr<const Want> want = found->second;
     listener.wants.erase(found);
     forget(want);
-    for (auto entry = listener.offered.begin(); entry != listener.offered.end();) {
-        const ExportedService& service = *services.at(entry->first);
-        if (want->filter.Match(service.asMap) && --entry->second == 0) {
-            audience.withdrawn(entry->first, true);
-            entry = listener.offered.erase(entry);
-        } else {
-            ++entry;
+    if (want->name) {
+        const auto [first, last] = numbersByName.equal_range(*want->name);
+        for (auto entry = first; entry != last; ++entry) {
+            unoffer(*want, listener, *services.at(entry->second));
+        }
+    } else {
+        for (auto next = listener.offered.begin(); next != listener.offered.end();) {
+            const std::uint64_t id = (next++)->first;
+            unoffer(*want, listener, *services.at(id));
         }
     }
     return true;
+}
+
+void ExportTable::unoffer(const Want& want, Listener& listener, const ExportedService& service) {
+    const auto offered = listener.offered.find(service.number);
+    if (offered != listener.offered.end() && want.filter.Match(service.asMap) &&
+        --offered->second == 0) {
+        want.audience->withdrawn(service.number, true);
+        listener.offered.erase(offered);
+    }
 }
 
 void ExportTable::leave(Audience& audience) noexcept {

@@ -89,6 +89,7 @@ private:
     };
 
     class Adding;
+    using Services = std::unordered_map<std::uint64_t, std::shared_ptr<ExportedService>>;
     using Wants = std::unordered_set<std::shared_ptr<const Want>>;
 
     void follow();
@@ -103,9 +104,11 @@ private:
         const std::shared_ptr<core::Invokable>& service) const;
     void remove(const cppmicroservices::ServiceReferenceBase& reference);
     void insert(const std::shared_ptr<ExportedService>& service);
-    void erase(std::uint64_t number);
+    [[nodiscard]] Services::node_type erase(std::uint64_t number);
+    void shareTurns(ExportedService& service);
     Wants wantsFor(const ExportedService& service) const;
     void offer(const Want& want, const ExportedService& service);
+    void unoffer(const Want& want, Listener& listener, const ExportedService& service);
     void forget(const std::shared_ptr<const Want>& want);
 
     cppmicroservices::BundleContext context;
@@ -119,7 +122,9 @@ private:
     std::size_t adding = 0;
     std::uint64_t removals = 0;                                     // while something is added
     std::unordered_map<std::uint64_t, std::uint64_t> goneMeanwhile; // by which removal
-    std::unordered_map<std::uint64_t, std::shared_ptr<ExportedService>> services;
+    Services services;
+    std::unordered_map<std::uint64_t, std::weak_ptr<ServiceTurns>> turns;
+    std::size_t turnsAfterSweep = 0;
     std::unordered_multimap<std::string, std::uint64_t> numbersByName;
     std::map<Audience*, Listener> listeners;
     std::unordered_map<std::string, Wants> wantsByName;

@@ -25,6 +25,12 @@ std::string lookUpName(const Properties& properties, const core::Invokable& serv
 
 } // namespace
 
+ServiceTurns::ServiceTurns(
+    std::shared_ptr<core::Invokable> service, const std::weak_ptr<Executor>& executor)
+    : service(std::move(service))
+    , queue(executor)
+    , positions(*this->service) {}
+
 ExportedService::ExportedService(
     const cppmicroservices::ServiceReferenceBase& reference, std::uint64_t number,
     std::shared_ptr<core::Invokable> service, Properties properties,
@@ -35,7 +41,6 @@ ExportedService::ExportedService(
     , service(std::move(service))
     , properties(std::move(properties))
     , asMap(toMap(this->properties))
-    , queue(executor)
-    , positions(*this->service) {}
+    , turns(std::make_shared<ServiceTurns>(this->service, executor)) {}
 
 } // namespace agent::orvi::remoting::details

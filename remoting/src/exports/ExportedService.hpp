@@ -15,6 +15,15 @@
 
 namespace agent::orvi::remoting::details {
 
+/// What puts the calls of one service in order.
+struct ServiceTurns {
+    ServiceTurns(std::shared_ptr<core::Invokable> service, const std::weak_ptr<Executor>& executor);
+
+    const std::shared_ptr<core::Invokable> service;
+    CallQueue queue;          ///< For calls one at a time.
+    PositionKeeper positions; ///< For the call whose turn it is.
+};
+
 /// A service that an endpoint offers. It holds the service object, so calls may outlive the offer:
 /// they are told that the service has been withdrawn.
 ///
@@ -31,8 +40,9 @@ struct ExportedService {
     const std::shared_ptr<core::Invokable> service;
     const Properties properties;          ///< As importers get them.
     const cppmicroservices::AnyMap asMap; ///< The same, for filters.
-    CallQueue queue;                      ///< For calls one at a time.
-    PositionKeeper positions;             ///< For the call whose turn it is.
+
+    /// Shared with what was offered under this number before, whose clients may still be there.
+    std::shared_ptr<ServiceTurns> turns;
 };
 
 } // namespace agent::orvi::remoting::details

@@ -10,15 +10,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <functional>
 #include <future>
 #include <list>
 #include <malloc.h>
 #include <memory>
+#include <ostream>
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace agent::orvi::remoting::details::test {
@@ -89,9 +92,43 @@ public:
     std::set<std::uint64_t> services;
 };
 
+/// A property value that looks whether the table can be used whenever one of its copies ends.
+class Probe {
+public:
+    explicit Probe(std::function<void()> look)
+        : look(std::make_shared<std::function<void()>>(std::move(look))) {}
+
+    Probe(const Probe&) = default;
+    Probe& operator=(const Probe&) = default;
+
+    ~Probe() {
+        if (*look) {
+            (*look)();
+        }
+    }
+
+    /// Have none of the copies look any more.
+    void disarm() const { *look = nullptr; }
+
+    friend std::ostream& operator<<(std::ostream& stream, const Probe&) { return stream; }
+
+    friend bool operator==(const Probe&, const Probe&) { return true; }
+
+private:
+    std::shared_ptr<std::function<void()>> look;
+};
+
 class ExportTableTest : public testing::Test {
 protected:
     ~ExportTableTest() override { table->close(); }
+
+    /// Return the only service that is offered.
+    std::shared_ptr<ExportedService> onlyService() {
+        RecordingAudience audience;
+        table->want(audience, 1, "(service.imported=true)");
+        table->leave(audience);
+        return audience.services.size() == 1 ? table->find(*audience.services.begin()) : nullptr;
+    }
 
     const std::shared_ptr<NoExecutor> executor = std::make_shared<NoExecutor>();
     const std::shared_ptr<ExportTable> table =
@@ -198,6 +235,62 @@ TEST_F(ExportTableTest, PassesOverServicesThatCannotDescribeThemselves) {
     for (Registration* const registration : {&first, &second, &third}) {
         registration->Unregister();
     }
+}
+
+TEST_F(ExportTableTest, PutsCallsInOrderAcrossChangesOfProperties) {
+    Registration registration = registerService(std::make_shared<Described>(), "changing");
+    const auto before = onlyService();
+    ASSERT_NE(before, nullptr);
+    ServiceProperties changed = properties("changing", true);
+    changed["size"] = 1;
+    registration.SetProperties(changed);
+    const auto after = onlyService();
+    ASSERT_NE(after, nullptr);
+    EXPECT_NE(after, before);
+    EXPECT_EQ(after->turns, before->turns);
+    registration.SetProperties(properties("changing", false));
+    EXPECT_EQ(onlyService(), nullptr);
+    registration.SetProperties(properties("changing", true));
+    ASSERT_NE(onlyService(), nullptr);
+    EXPECT_EQ(onlyService()->turns, before->turns);
+    registration.Unregister();
+}
+
+TEST_F(ExportTableTest, KeepsNoOrderOfServicesThatNobodyCalls) {
+    const auto use = [&] {
+        for (int count = 0; count < 10000; ++count) {
+            registerService(std::make_shared<Described>(), "brief").Unregister();
+        }
+    };
+    use();
+    const auto before = ::mallinfo2().uordblks;
+    use();
+    EXPECT_LT(::mallinfo2().uordblks, before + 100000);
+}
+
+TEST_F(ExportTableTest, LetsGoOfWhatItHasHeldWhereItCanBeUsed) {
+    std::size_t looks = 0;
+    const Probe probe([&] {
+        ++looks;
+        const auto found = std::async(std::launch::async, [&] { table->find(0); });
+        EXPECT_EQ(found.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    });
+    ServiceProperties probing = properties("probing", true);
+    probing["probe"] = probe;
+    Registration registration = streambuf::test::registryContext().RegisterService<core::Invokable>(
+        std::static_pointer_cast<core::Invokable>(std::make_shared<Described>()), probing);
+    looks = 0;
+    registration.SetProperties(properties("probing", true));
+    EXPECT_GT(looks, 0U);
+    registration.SetProperties(probing);
+    registration.Unregister();
+    registration = streambuf::test::registryContext().RegisterService<core::Invokable>(
+        std::static_pointer_cast<core::Invokable>(std::make_shared<Described>()), probing);
+    looks = 0;
+    table->close();
+    EXPECT_GT(looks, 0U);
+    probe.disarm();
+    registration.Unregister();
 }
 
 TEST_F(ExportTableTest, KeepsNothingOfAnAudienceThatHasLeft) {
