@@ -22,7 +22,12 @@ class Series:
             "in-process": Results(in_process_path, values),
             "across-processes": Results(across_processes_path, values),
         }
-        self.repetitions = min(results.repetitions for results in self.places.values())
+        self.counts = {place: results.repetitions for place, results in self.places.items()}
+
+    def repetitions(self, what):
+        """Say how many `what` each median is of, which need not be as many in both places."""
+        here, across = (self.counts[place] for place in self.PLACES)
+        return f"{here} {what}" + ("" if here == across else f" (across processes: {across})")
 
     def value(self, place, row, peer, value):
         return self.places[place].value(row, peer, value)

@@ -41,7 +41,7 @@ class Streams:
         yield "across processes, on both sides once the other process is connected to all of them at the same"
         yield "time and has read from each. What the library needs once is not in it, as far as the first use takes it."
         yield ""
-        yield f"Each number is the median of {self.series.repetitions} new processes, of medians of 51 times (of"
+        yield f"Each number is the median of {self.series.repetitions('new processes')}, of medians of 51 times (of"
         yield "2,000 for a read)."
         for place, title in self.series.PLACES.items():
             values = (*TIMES[place], *MEMORY[place])

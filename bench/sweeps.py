@@ -35,7 +35,7 @@ class Sweeps:
         yield "- **call**: the same remote `read` without the stream buffer around it"
         yield "- **floor**, **socket**, **stream**: as above"
         yield ""
-        yield f"Each number is the median of {self.series.repetitions} repetitions in random order, of times on"
+        yield f"Each number is the median of {self.series.repetitions('repetitions')} in random order, of times on"
         yield "the clock. Times are what half, nine tenths and 99 of 100 calls did not exceed, the reading of"
         yield "the clock included; in one process, one call in 16 is timed by itself."
         for place, title in self.series.PLACES.items():
