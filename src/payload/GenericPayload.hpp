@@ -41,6 +41,12 @@ public:
 /// holds a `std::int64_t` is not an `int`. A slot whose value was taken stays, empty. Copies never
 /// share a value.
 ///
+/// The name is as the compiler spells it, and compilers spell the same type differently:
+/// `std::int64_t` is "long int" with GCC and "long" with Clang. All who exchange payloads in one
+/// process, this library included, must be built with compilers of one family and with one standard
+/// library; otherwise a value of the right type is refused with `BadAnyCast`. Stream buffers of
+/// `makeDevice` are not concerned: their payloads are made and read inside the library.
+///
 /// Up to three slots need no storage beyond their values. A payload is moved through a call; use it
 /// to cross a component boundary, not as a general container.
 ///
@@ -91,7 +97,8 @@ public:
         return payload;
     }
 
-    /// Return the identity of a type, computed once per type.
+    /// Return the identity of a type, computed once per type. It is not the same with another
+    /// compiler family or standard library.
     template <class T>
     static std::uint64_t typeHash() {
         static const std::uint64_t hash =
