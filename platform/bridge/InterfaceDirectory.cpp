@@ -152,7 +152,8 @@ void InterfaceDirectory::unconfigure(const std::string& name, bool everywhere) n
             showExports(name);
         }
     } catch (...) {
-        // A framework that has stopped has dropped the service already.
+        // A framework that has stopped has dropped the service already. Where there is no memory,
+        // the service goes on saying that it is for other processes.
     }
 }
 
