@@ -144,6 +144,9 @@ ORVI_STREAMBUF_EXPORT StreamBuffer makeDevice(const boost::uuids::uuid& uuid, Cl
 /// directly; its state flags are neither read nor changed. What is written may stay in the file's
 /// own buffer until that is flushed.
 ///
+/// A read makes room for as many characters as are asked for, however few there are. Without memory
+/// for these, it looks like the end of the data, as every read that throws.
+///
 /// @param uuid identity of the device.
 /// @param file the open file.
 /// @param bufferSize as for the publishing factory over operations.
@@ -172,6 +175,10 @@ makeDevice(const boost::uuids::uuid& uuid, std::ofstream& file, std::size_t buff
 /// The device co-owns the stream. Each operation uses the buffer that is installed in the stream
 /// at that moment; while there is none, every operation gives its neutral result.
 ///
+/// A shared stream is published for one direction. A `std::shared_ptr` to a `std::iostream`, such
+/// as a `std::stringstream`, fits this overload and the next alike, which the compiler refuses:
+/// convert it to the one that is meant, or use the publishing factory over operations for both.
+///
 /// @param uuid identity of the device.
 /// @param stream the stream; its state flags are neither read nor changed.
 /// @return the publisher's own stream buffer.
@@ -196,8 +203,20 @@ makeDevice(const boost::uuids::uuid& uuid, std::shared_ptr<std::ostream> stream)
 ///
 /// Reads and writes are buffered with the device's buffer size. A position reported or used by a
 /// relative seek on the input side is the device's own, which lies beyond what the caller has
-/// consumed by the characters read ahead; seeking drops those. A device that reads and writes
-/// through one position is moved consistently with `std::ios_base::in | std::ios_base::out`.
+/// consumed by the characters read ahead. A device that reads and writes through one position is
+/// moved consistently with `std::ios_base::in | std::ios_base::out`.
+///
+/// Asking for the input position is a seek, and a seek of the input drops the characters read
+/// ahead, also when the device then does not move. So `tellg` between two reads skips up to a
+/// buffer of data, for good on a device that cannot move back. Count what is consumed instead, and
+/// seek to absolute positions:
+///
+/// @code
+/// stream.seekg(start);
+/// stream.read(header, headerSize);
+/// const std::streamoff here = start + stream.gcount(); // not stream.tellg()
+/// stream.seekg(here + length);                         // not seekg(length, std::ios_base::cur)
+/// @endcode
 ///
 /// Thread safety: single-thread, as any standard stream buffer. A member may block for as long as
 /// the device takes.
@@ -206,14 +225,16 @@ public:
     /// Take over the device of `other`, with fresh, empty buffers.
     ///
     /// Characters that `other` had read ahead are dropped, and characters that were waiting in it
-    /// are dropped without being written: call `pubsync` first to keep them. `other` can only be
-    /// destroyed or assigned to afterwards.
+    /// are dropped without being written: call `pubsync` first to keep them. `std::swap` and a
+    /// `std::vector` that grows construct in this way. `other` can only be destroyed or assigned to
+    /// afterwards.
     StreamBuffer(StreamBuffer&& other) noexcept;
 
     /// Take over the device of `other` together with its read-ahead and its pending output.
     ///
-    /// The device held before is released without a flush: what was pending for it is lost. Assign
-    /// after `pubsync` to keep it. `other` can only be destroyed or assigned to afterwards.
+    /// The device held before is released without a flush: what was pending for it is lost. Call
+    /// `pubsync` on this object before to keep it. `other` can only be destroyed or assigned to
+    /// afterwards.
     ///
     /// @return `*this`
     StreamBuffer& operator=(StreamBuffer&& other) noexcept;
@@ -249,29 +270,43 @@ protected:
     ///
     /// @return the number of characters read; fewer than `count` when the device fell short.
     /// @throws std::length_error when the device answers with more than it was asked for, or when
-    ///         `count` is too large to be asked for; characters read ahead before a failing call
-    ///         of the device are already consumed.
+    ///         `count` is too large to be asked for, which consumes nothing.
+    /// Exceptions of the device pass unchanged. When its call has failed, the characters read ahead
+    /// before it are in `destination` and consumed.
     std::streamsize xsgetn(char* destination, std::streamsize count) override;
 
     /// Store one character, writing a full buffer out first.
     ///
     /// @return the character, or end of file when `character` is end of file (which is no way to
     ///         force a flush), the device cannot be written, or it did not take the whole buffer.
+    /// Exceptions of the device pass unchanged. Unless the character is stored, all that was
+    /// pending stays pending, whatever the device has taken of it.
     int_type overflow(int_type character = traits_type::eof()) override;
 
     /// Write `count` characters from `source`, with at most two calls of the device: the filled
     /// buffer, then the rest if that is longer than the buffer.
     ///
     /// @return `count`, or 0 when the device did not take everything it was given.
+    /// @throws std::bad_alloc when there is no memory for the rest; nothing has been written.
+    /// Exceptions of the device pass unchanged. When the first call fails, by an exception or by
+    /// falling short, what was pending stays pending and nothing of `source` is, whatever the
+    /// device has taken of either. When the second one fails, nothing is pending.
     std::streamsize xsputn(const char* source, std::streamsize count) override;
 
     /// Write the pending characters with one call of the device.
     ///
     /// @return 0 when nothing is pending any more, -1 when the device fell short; what it did not
     ///         take stays pending.
+    /// Exceptions of the device pass unchanged; everything stays pending, whatever the device has
+    /// taken.
     int sync() override;
 
     /// Drop the read-ahead (input), flush pending output (output), then move the device.
+    ///
+    /// The device is asked for a position in the same way, with an offset of 0 from
+    /// `std::ios_base::cur`: `std::istream::tellg` drops the read-ahead, which is skipped then.
+    /// What has been dropped is not restored when the flush or the move fails. Nothing is dropped
+    /// where `mode` is refused or the device lacks the direction.
     ///
     /// @param offset how far to move, in characters.
     /// @param direction where to count from.
@@ -279,11 +314,14 @@ protected:
     /// @return the device's new position, or `std::streampos(-1)` when the device lacks the
     ///         direction, the flush failed, or the device cannot move there.
     /// @throws std::bad_function_call when the device can be read or written but not moved.
+    /// Exceptions of the device pass unchanged. After one of the flush, all that was pending stays
+    /// pending; after one of the move, the device's position is unknown.
     pos_type seekoff(
         off_type offset, std::ios_base::seekdir direction,
         std::ios_base::openmode mode = std::ios_base::in | std::ios_base::out) override;
 
-    /// Move the device to `position`; otherwise as `seekoff`.
+    /// Move the device to `position`; otherwise as `seekoff`. The read-ahead is dropped here, too,
+    /// also when the device then does not move.
     pos_type seekpos(
         pos_type position,
         std::ios_base::openmode mode = std::ios_base::in | std::ios_base::out) override;
