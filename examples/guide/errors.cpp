@@ -16,12 +16,15 @@ using namespace agent::orvi::streambuf;
 
 namespace {
 
+// [make]
 boost::uuids::random_generator makeUuid;
 
 StreamBuffer makeReader(const boost::uuids::uuid& uuid, ReadFunction read) {
     return makeDevice(
         uuid, std::move(read), noWriteFunction(), noSeekOffFunction(), noSeekPosFunction(), 16);
 }
+
+// [make]
 
 void readToTheEnd() {
     const auto uuid = makeUuid();

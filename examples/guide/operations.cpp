@@ -57,4 +57,23 @@ int main() {
     stream >> word;  // calls read(4096)
     std::cout << word << '\n';
     // [use]
+
+    // [ask]
+    stream.seekg(0);
+    stream >> word;                      // calls read(4096): everything is read ahead
+    std::cout << stream.tellg() << '\n'; // calls seekoff: what was read ahead is dropped
+    stream >> word;                      // calls read(4096): nothing is left
+    std::cout << (stream.eof() ? "the end" : word) << '\n';
+    // [ask]
+
+    // [count]
+    stream.clear();
+    stream.seekg(0);
+    word.resize(4);
+    stream.read(word.data(), 4);
+    const std::streamoff here = stream.gcount(); // counted, not asked for
+    stream.seekg(here + 4);                      // not seekg(4, std::ios_base::cur)
+    stream >> word;
+    std::cout << word << '\n';
+    // [count]
 }
