@@ -80,7 +80,7 @@ public:
         try {
             session->respond(OutgoingMessage::failure(error), *this);
         } catch (...) {
-            session->stream->cancel(outOfMemory());
+            session->giveUp(*this);
         }
     }
 
@@ -310,6 +310,17 @@ void CallSession::respond(OutgoingMessage message, const RunningCall& call) {
     } else {
         reply(std::move(message));
     }
+}
+
+/// There is no memory to say how a call has ended.
+void CallSession::giveUp(const RunningCall& call) noexcept {
+    {
+        const std::lock_guard lock(mutex);
+        if (awaited == &call) {
+            awaited = nullptr;
+        }
+    }
+    stream->cancel(outOfMemory());
 }
 
 void CallSession::reply(OutgoingMessage message) {

@@ -70,6 +70,7 @@ private:
     void start();
     void invoke(RunningCall& call) noexcept;
     void respond(OutgoingMessage message, const RunningCall& call);
+    void giveUp(const RunningCall& call) noexcept;
     void reply(OutgoingMessage message);
     void sendNext() noexcept;
     void trySendNext();

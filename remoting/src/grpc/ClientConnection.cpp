@@ -76,8 +76,13 @@ ClientConnection::open(StreamKind kind, std::shared_ptr<StreamEvents> events) {
         lock.unlock();
         stream->refuse(end);
     } else {
-        streams.insert(stream.get());
-        stream->begin();
+        const auto place = streams.insert(stream.get()).first;
+        try {
+            stream->begin();
+        } catch (...) {
+            streams.erase(place);
+            throw;
+        }
     }
     return stream;
 }

@@ -18,6 +18,7 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -33,7 +34,7 @@ using streambuf::test::registryContext;
 const std::string name = "orviStreambuf_faults";
 const std::string text(1000, 'x');
 
-/// Answers a read with a text, a write with its length, and is where it is.
+/// Answers a read with a text, a write with its length, is where it is, and cannot sync.
 class Device final : public core::Invokable {
 public:
     const core::ServiceInterface& serviceInterface() const override { return description; }
@@ -47,6 +48,8 @@ public:
             handler.success(GenericPayload::fromValues(text));
         } else if (method == "seekoff") {
             handler.success(GenericPayload::fromValues(std::int64_t{5}));
+        } else if (method == "sync") {
+            throw std::runtime_error(text);
         } else {
             const std::size_t size = arguments.peek<std::string>(0).size();
             handler.success(GenericPayload::fromValues(static_cast<std::int64_t>(size)));
@@ -208,6 +211,24 @@ TEST_P(CallFaults, EveryCallIsAnsweredOrItsStreamEnds) {
         next.talk({}, *executor);
     });
     EXPECT_GT(failures, 50U);
+}
+
+TEST_P(CallFaults, AFailureIsReportedOrItsStreamEnds) {
+    const std::size_t failures = failEachAllocation([&](FailingAllocation& failure) {
+        Importer importer;
+        const auto running = session(importer);
+        const std::vector<std::string> failing{
+            greeting(numberOf(device)),
+            framesOf(OutgoingMessage::request("sync", false, GenericPayload())).front()};
+        EXPECT_TRUE(failure.allows([&] { importer.talk(failing, *executor); }));
+        const auto frames = importer.frames();
+        EXPECT_TRUE(importer.stream->isOver() || (frames.size() == 2 && frames[1].has_failure()));
+        running->abandon(); // which has nothing to say any more
+        importer.stream->lose({StreamEnd::Kind::disconnected, {}});
+        importer.talk({}, *executor);
+        EXPECT_TRUE(nothingIsUsed());
+    });
+    EXPECT_GT(failures, 20U);
 }
 
 TEST_P(CallFaults, ACallThatWaitsForItsTurnIsAnsweredOrItsStreamEnds) {
