@@ -25,6 +25,21 @@ std::int64_t seek(core::Invokable& device, std::int64_t offset, int direction, i
     return position.get();
 }
 
+/// @return nothing when the device does not say.
+std::optional<std::int64_t> positionOf(core::Invokable& device, int side) {
+    const std::int64_t position = seek(device, 0, fromCurrent, side);
+    return position < 0 ? std::nullopt : std::optional(position);
+}
+
+/// Ignore the position of a side that is not kept.
+void keepSide(std::optional<std::int64_t>& now, const std::optional<std::int64_t>& origin) {
+    if (!origin) {
+        now.reset();
+    } else if (!now) {
+        throw std::runtime_error("The device does not say where the client before has left it.");
+    }
+}
+
 void moveSide(core::Invokable& device, const std::optional<std::int64_t>& position, int side) {
     if (position && seek(device, *position, fromBeginning, side) != *position) {
         throw std::runtime_error("The device does not go back to where this client left it.");
@@ -43,19 +58,21 @@ void PositionKeeper::prepareFor(Client client) {
     if (!canSeek) {
         return;
     }
-    Positions target;
     {
         const std::lock_guard lock(mutex);
         if (last == client) {
             return;
         }
     }
-    const Positions now = current();
+    Positions now = current();
+    Positions target;
     {
         const std::lock_guard lock(mutex);
         if (!origin) {
             origin = now;
         }
+        keepSide(now.input, origin->input);
+        keepSide(now.output, origin->output);
         if (const auto left = positions.find(last); left != positions.end()) {
             left->second = now;
         }
@@ -75,20 +92,14 @@ void PositionKeeper::forget(Client client) noexcept {
     }
 }
 
-/// Return where the device is. A side that cannot say is not kept.
-PositionKeeper::Positions PositionKeeper::current() {
+/// Return where the device is, as far as it says.
+PositionKeeper::Positions PositionKeeper::current() const {
     Positions now;
     if (hasInput) {
-        now.input = seek(device, 0, fromCurrent, inputSide);
+        now.input = positionOf(device, inputSide);
     }
     if (hasOutput) {
-        now.output = seek(device, 0, fromCurrent, outputSide);
-    }
-    if (now.input < 0) {
-        now.input.reset();
-    }
-    if (now.output < 0) {
-        now.output.reset();
+        now.output = positionOf(device, outputSide);
     }
     return now;
 }

@@ -23,20 +23,22 @@ public:
     /// Put the device where the client left it; a new one starts where the device was before the
     /// first one came.
     ///
-    /// @throws std::runtime_error when the device does not move there.
+    /// @throws std::runtime_error when the device does not move there, or does not say where the
+    ///         client before has left it. Each client's position is kept, and one may try again.
     void prepareFor(Client client);
 
     /// The client is gone. Thread-safe.
     void forget(Client client) noexcept;
 
 private:
-    /// Of the input and of the output side; nothing for a side that the device does not have.
+    /// Of the input and of the output side; nothing for a side that the device does not have, and
+    /// for one that did not say where it was when the first client came.
     struct Positions {
         std::optional<std::int64_t> input;
         std::optional<std::int64_t> output;
     };
 
-    Positions current();
+    Positions current() const;
     void moveTo(const Positions& target);
 
     core::Invokable& device;
