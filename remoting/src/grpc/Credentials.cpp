@@ -1,5 +1,6 @@
 #include "grpc/Credentials.hpp"
 
+#include "grpc/Compression.hpp"
 #include "grpc/Throughput.hpp"
 #include "wire/FrameLimits.hpp"
 
@@ -69,6 +70,8 @@ private:
 grpc::ChannelArguments clientArguments(Keepalive keepalive) {
     grpc::ChannelArguments arguments;
     arguments.SetMaxReceiveMessageSize(static_cast<int>(maximumFrameSize));
+    arguments.SetInt(GRPC_COMPRESSION_CHANNEL_ENABLED_ALGORITHMS_BITSET, noCompression);
+    arguments.SetInt(GRPC_ARG_ENABLE_PER_MESSAGE_DECOMPRESSION, 0);
     arguments.SetInt(GRPC_ARG_KEEPALIVE_TIME_MS, grpcMilliseconds(keepalive.time));
     arguments.SetInt(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, grpcMilliseconds(keepalive.timeout));
     arguments.SetInt(GRPC_ARG_KEEPALIVE_PERMIT_WITHOUT_CALLS, 1);

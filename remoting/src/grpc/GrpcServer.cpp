@@ -1,5 +1,6 @@
 #include "grpc/GrpcServer.hpp"
 
+#include "grpc/Compression.hpp"
 #include "grpc/Credentials.hpp"
 #include "grpc/Throughput.hpp"
 #include "wire/FrameLimits.hpp"
@@ -50,6 +51,8 @@ void setArguments(grpc::ServerBuilder& builder, const ServerSettings& settings) 
     const int time = grpcMilliseconds(settings.keepalive.time);
     const int timeout = grpcMilliseconds(settings.keepalive.timeout);
     builder.SetMaxReceiveMessageSize(static_cast<int>(maximumFrameSize));
+    builder.AddChannelArgument(GRPC_COMPRESSION_CHANNEL_ENABLED_ALGORITHMS_BITSET, noCompression);
+    builder.AddChannelArgument(GRPC_ARG_ENABLE_PER_MESSAGE_DECOMPRESSION, 0);
     builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIME_MS, time);
     builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, timeout);
     builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_PERMIT_WITHOUT_CALLS, 1);

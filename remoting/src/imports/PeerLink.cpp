@@ -8,7 +8,9 @@
 
 #include <orvi/remoting/Errors.hpp>
 
+#include <algorithm>
 #include <new>
+#include <string>
 #include <utility>
 
 namespace agent::orvi::remoting::details {
@@ -214,6 +216,10 @@ void PeerLink::greeted(const v1::Hello& hello) {
     if (hello.framework() == ownFramework) {
         open->cancel({StreamEnd::Kind::cancelled, "The endpoint is of this process."});
         return;
+    }
+    if (std::max(hello.endpoint().size(), hello.framework().size()) > maximumPeerName) {
+        throw ProtocolError(
+            "The endpoint's names have more than " + std::to_string(maximumPeerName) + " bytes.");
     }
     endpointId = hello.endpoint();
     frameworkId = hello.framework();

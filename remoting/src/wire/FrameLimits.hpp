@@ -15,6 +15,10 @@ constexpr std::size_t maximumFrameSize = std::size_t{128} * 1024;
 /// Bytes of the filter of a look-up.
 constexpr std::size_t maximumFilterSize = std::size_t{4} * 1024;
 
+/// Bytes of each name in a greeting: an importer keeps those of an endpoint with each of its
+/// services.
+constexpr std::size_t maximumPeerName = 256;
+
 /// Slots of one request or answer.
 constexpr std::size_t maximumSlots = 64;
 

@@ -113,6 +113,13 @@ TEST_F(HostileCallTest, IsEndedByAFrameBeyondTheLimit) {
     EXPECT_THAT(status.error_message(), testing::HasSubstr("131072"));
 }
 
+TEST_F(HostileCallTest, IsEndedWhenItCompressesWhatItSends) {
+    RawStream stream(connect(), "Call", GRPC_COMPRESS_GZIP);
+    stream.send(greeting(service));
+    stream.send(writeRequest(std::string(std::size_t{64} << 20, 'x')));
+    EXPECT_EQ(stream.end().error_code(), grpc::StatusCode::UNIMPLEMENTED);
+}
+
 TEST_F(HostileCallTest, TakesAFrameAtTheLimit) {
     const auto stream = greeted();
     v1::Frame frame = writeRequest(std::string(131072, 'x'));

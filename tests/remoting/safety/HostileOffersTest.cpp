@@ -33,6 +33,39 @@ TEST_F(HostileOffersTest, IsNotConnectedInAnotherMajorVersion) {
         "The endpoint speaks version 0 of the protocol, the importer version 1.");
 }
 
+TEST_F(HostileOffersTest, IsNotConnectedUnderANameThatIsTooLong) {
+    for (const bool isFramework : {true, false}) {
+        v1::Frame named = hello();
+        std::string& name = isFramework ? *named.mutable_hello()->mutable_framework()
+                                        : *named.mutable_hello()->mutable_endpoint();
+        name.assign(257, 'n');
+        start(
+            [named](grpc::ServerContext&, Stream& stream) {
+                stream.Write(named);
+                readAll(stream);
+                return grpc::Status::OK;
+            },
+            {});
+        EXPECT_EQ(failedPeer().error, "The endpoint's names have more than 256 bytes.");
+        importer.reset();
+        endpoint.reset();
+    }
+}
+
+TEST_F(HostileOffersTest, IsNotConnectedWhenItCompressesWhatItSends) {
+    start(
+        [](grpc::ServerContext& context, Stream& stream) {
+            context.set_compression_algorithm(GRPC_COMPRESS_GZIP);
+            v1::Frame named = hello();
+            named.mutable_hello()->mutable_framework()->assign(std::size_t{64} << 20, 'n');
+            stream.Write(named);
+            readAll(stream);
+            return grpc::Status::OK;
+        },
+        {});
+    EXPECT_EQ(failedPeer().error, "Compression algorithm 'gzip' is disabled.");
+}
+
 TEST_F(HostileOffersTest, IsDisconnectedWhenItGreetsTwiceOrSendsFramesOfCallStreams) {
     v1::Frame wanted;
     wanted.mutable_want()->set_id(1);

@@ -32,7 +32,10 @@ std::string bytesOf(const grpc::ByteBuffer& message) {
 
 } // namespace
 
-RawStream::RawStream(const std::shared_ptr<grpc::Channel>& channel, const std::string& method) {
+RawStream::RawStream(
+    const std::shared_ptr<grpc::Channel>& channel, const std::string& method,
+    grpc_compression_algorithm compression) {
+    context.set_compression_algorithm(compression);
     grpc::GenericStub stub(channel);
     const std::string path =
         method.starts_with('/') ? method : "/orvi.remoting.v1.Streams/" + method;

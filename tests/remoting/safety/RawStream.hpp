@@ -2,6 +2,7 @@
 
 #include "wire/Messages.hpp"
 
+#include <grpc/compression.h>
 #include <grpcpp/channel.h>
 #include <grpcpp/client_context.h>
 #include <grpcpp/completion_queue.h>
@@ -26,7 +27,10 @@ public:
     /// Open a stream without sending anything on it.
     ///
     /// @param method "Control" or "Call", or the path of another service's method.
-    RawStream(const std::shared_ptr<grpc::Channel>& channel, const std::string& method);
+    /// @param compression of all that is sent.
+    RawStream(
+        const std::shared_ptr<grpc::Channel>& channel, const std::string& method,
+        grpc_compression_algorithm compression = GRPC_COMPRESS_NONE);
 
     /// Cancel what is left.
     ~RawStream();
