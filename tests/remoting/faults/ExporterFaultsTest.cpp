@@ -223,10 +223,10 @@ TEST_P(CallFaults, AFailureIsReportedOrItsStreamEnds) {
         EXPECT_TRUE(failure.allows([&] { importer.talk(failing, *executor); }));
         const auto frames = importer.frames();
         EXPECT_TRUE(importer.stream->isOver() || (frames.size() == 2 && frames[1].has_failure()));
-        running->abandon(); // which has nothing to say any more
         importer.stream->lose({StreamEnd::Kind::disconnected, {}});
         importer.talk({}, *executor);
         EXPECT_TRUE(nothingIsUsed());
+        running->abandon(); // which has nothing to say any more
     });
     EXPECT_GT(failures, 20U);
 }
