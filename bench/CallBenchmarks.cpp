@@ -26,7 +26,7 @@ void add(const char* name, std::int64_t count) {
         name, [=](benchmark::State& state) { readAll<Caller>(state, count); });
 }
 
-const bool added = [] {
+const bool callsAdded = [] {
     add<RemoteRead>("call-4KiB/orvi", 4 << 10);
     add<Floor>("call-4KiB/floor", 4 << 10);
     add<RemoteRead>("call-1MiB/orvi", 1 << 20);

@@ -19,7 +19,7 @@ void addConnected(const char* peer, std::size_t count, ReadFrom from) {
     });
 }
 
-const bool added = [] {
+const bool readersAdded = [] {
     for (const std::size_t count : readerCounts) {
         addConnected("orvi", count, ReadFrom::streamsOfTheirOwn);
         addConnected("orvi-one", count, ReadFrom::oneStream);

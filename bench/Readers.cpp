@@ -21,7 +21,7 @@ namespace {
 /// Long enough for the most threads to get the processors several times.
 constexpr std::chrono::milliseconds measuredTime{150};
 
-constexpr std::size_t unmeasuredCalls = 20;
+constexpr std::size_t unmeasuredReads = 20;
 
 constexpr boost::uuids::uuid uuidOfReader(std::size_t reader) {
     return {{0xbe, 0x4e, static_cast<std::uint8_t>(reader)}};
@@ -44,7 +44,7 @@ std::int64_t callsOf(const std::vector<boost::uuids::uuid>& devices) {
 
 /// Another reader of the same stream may have been between the first byte and the others.
 void warmUp(Exchange& reader) {
-    for (std::size_t call = 0; call < unmeasuredCalls; ++call) {
+    for (std::size_t call = 0; call < unmeasuredReads; ++call) {
         reader.call();
     }
     if (source().find(reader.received().substr(1)) == std::string::npos) {
@@ -170,7 +170,7 @@ void measureConnectedReaders(
     const std::int64_t before = callsOf(devices);
     measureReaders(state, readers, timedCalls);
     const auto expected = static_cast<std::int64_t>(state.counters["calls"].value) +
-                          static_cast<std::int64_t>(count * unmeasuredCalls);
+                          static_cast<std::int64_t>(count * unmeasuredReads);
     if (callsOf(devices) - before != expected) {
         throw std::runtime_error("A read is not one call.");
     }

@@ -168,7 +168,7 @@ void add(
     });
 }
 
-const bool added = [] {
+const bool streamsAdded = [] {
     add("sbumpc", in, readCharacters, copyCharacters);
     add("sputc", out, writeCharacters, copyCharacters);
     add("getline", in, readLines, copyLines);

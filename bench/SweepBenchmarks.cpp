@@ -49,7 +49,7 @@ void add(const char* peer, std::size_t size) {
     })->UseRealTime();
 }
 
-const bool added = [] {
+const bool sweepsAdded = [] {
     for (const std::size_t size : sweptSizes) {
         add<LocalStream>("orvi", size);
         add<CallExchange<RemoteRead>>("call", size);

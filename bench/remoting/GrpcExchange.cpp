@@ -18,7 +18,7 @@ using ::orvi::bench::Bytes;
 using ::orvi::bench::Reply;
 using ::orvi::bench::Request;
 
-constexpr const char* kind = "grpc";
+constexpr const char* grpcKind = "grpc";
 
 /// Fill a reply whose memory may be one's that was sent before.
 void answer(const Request& request, ServedBytes& bytes, Reply& reply) {
@@ -79,7 +79,8 @@ std::shared_ptr<grpc::Channel> makeChannel(
 }
 
 std::shared_ptr<grpc::Channel> localChannel(const ServerAddress& server) {
-    return makeChannel("unix:" + server.socket(kind).string(), grpc::InsecureChannelCredentials());
+    return makeChannel(
+        "unix:" + server.socket(grpcKind).string(), grpc::InsecureChannelCredentials());
 }
 
 class StreamExchange final : public Exchange {
@@ -168,7 +169,7 @@ void serveGrpc(const ServerAddress& address) {
     grpc::ServerBuilder builder;
     builder.RegisterService(&service);
     builder.AddListeningPort(
-        "unix:" + address.socket(kind).string(), grpc::InsecureServerCredentials());
+        "unix:" + address.socket(grpcKind).string(), grpc::InsecureServerCredentials());
     builder.AddListeningPort(
         "127.0.0.1:0", serverCredentials(certificatesIn(address.folder)), &port);
     const auto server = builder.BuildAndStart();

@@ -14,7 +14,7 @@
 namespace agent::orvi::bench {
 namespace {
 
-constexpr const char* kind = "raw";
+constexpr const char* rawKind = "raw";
 constexpr const char* method = "/orvi.bench.Bytes/Raw";
 
 /// The first bytes of every request; what is written follows.
@@ -122,7 +122,8 @@ private:
         grpc::ChannelArguments arguments;
         arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
         return grpc::CreateCustomChannel(
-            "unix:" + server.socket(kind).string(), grpc::InsecureChannelCredentials(), arguments);
+            "unix:" + server.socket(rawKind).string(), grpc::InsecureChannelCredentials(),
+            arguments);
     }
 
     const Transfer transfer;
@@ -147,7 +148,7 @@ void serveRaw(const ServerAddress& address) {
     grpc::ServerBuilder builder;
     builder.RegisterAsyncGenericService(&service);
     builder.AddListeningPort(
-        "unix:" + address.socket(kind).string(), grpc::InsecureServerCredentials());
+        "unix:" + address.socket(rawKind).string(), grpc::InsecureServerCredentials());
     const auto queue = builder.AddCompletionQueue();
     const auto server = builder.BuildAndStart();
     announce("");

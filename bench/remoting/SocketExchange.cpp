@@ -19,7 +19,7 @@
 namespace agent::orvi::bench {
 namespace {
 
-constexpr const char* kind = "socket";
+constexpr const char* socketKind = "socket";
 
 /// Asks for `count` bytes or says that `count` bytes follow.
 struct Request {
@@ -34,7 +34,7 @@ static_assert(sizeof(Request) == 16);
 }
 
 sockaddr_un addressOf(const ServerAddress& server) {
-    const std::string path = server.socket(kind).string();
+    const std::string path = server.socket(socketKind).string();
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof(address.sun_path)) {
