@@ -76,8 +76,8 @@ macro(orvi_describe_package component package)
 endmacro()
 
 # Libraries' packages are named as their SONAMEs are.
-set(core liborvi-streambuf${PROJECT_VERSION_MAJOR})
-set(remoting liborvi-remoting${PROJECT_VERSION_MAJOR})
+set(core liborvi-streambuf${ORVI_ABI_VERSION})
+set(remoting liborvi-remoting${ORVI_ABI_VERSION})
 set(exactly "(= ${ORVI_PACKAGE_VERSION})")
 orvi_describe_package(
     libraries ${core} SECTION libs
