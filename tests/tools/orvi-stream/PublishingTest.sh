@@ -62,6 +62,46 @@ FailsWithoutItsDirectory() {
     expectSaid "open to other users"
 }
 
+# Runs a publisher that is to fail, and expects it to leave what it was to publish as it was.
+expectUntouched() {
+    echo notes >"$work/file"
+    expectStatus 1 "$@" inTime "$program" publish --runtime-dir "$runtime" --write "$work/file"
+    expectSame "The file" notes "$(cat "$work/file")"
+}
+
+withoutOutput() {
+    "$@" >&-
+}
+
+withoutAnyDescriptor() {
+    "$@" <&- >&- 2>&-
+}
+
+FailsWithoutAStandardOutput() {
+    expectUntouched withoutOutput
+    expectSaid "cannot write the standard output: Bad file descriptor"
+    expectUntouched withoutAnyDescriptor
+}
+
+ServesWithoutAStandardError() {
+    echo notes >"$work/file"
+    # shellcheck disable=SC2016 # expanded by the shell that is started
+    start 1 bash -c 'exec "$@" 2>&-' - "$program" publish --runtime-dir "$runtime" --write \
+        --plain-loopback --listen 127.0.0.1:0 "$work/file"
+    expectSame "The file" notes "$(cat "$work/file")"
+    expectStatus 0 stream cat "$uuid" >"$work/copy"
+    expectSameFile "$work/file" "$work/copy"
+}
+
+FailsWithoutAStandardInputToPublish() {
+    expectStatus 1 inTime "$program" publish --runtime-dir "$runtime" - <&-
+    expectSaid "the standard input is closed"
+    echo notes >"$work/file"
+    publishOne "$work/file" <&-
+    expectStatus 0 stream cat "$uuid" >"$work/copy"
+    expectSameFile "$work/file" "$work/copy"
+}
+
 RefusesWhatMakesNoSense() {
     : >"$work/file"
     expectStatus 2 stream publish

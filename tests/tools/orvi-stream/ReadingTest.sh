@@ -156,6 +156,13 @@ FailsWhenTheOutputIsFull() {
     expectSaid "No space left on device"
 }
 
+FailsWithoutAStandardOutput() {
+    makeFile "$work/file" 10
+    publishOne "$work/file"
+    expectStatus 1 inTime "$program" cat --runtime-dir "$runtime" "$uuid" >&-
+    expectSaid "cannot write the standard output: Bad file descriptor"
+}
+
 FailsWhenTheDataEndTooEarly() {
     start 1 "$oddPublisher" "$runtime" short
     expectStatus 1 stream cat "$uuid" >"$work/copy"

@@ -61,6 +61,11 @@ stream() {
     "$program" "$1" --runtime-dir "$runtime" "${@:2}"
 }
 
+# Runs a command that must not go on for ever.
+inTime() {
+    timeout --signal=KILL 60 "$@"
+}
+
 # Starts a process whose first lines of output are UUIDs, and waits for them:
 # start COUNT COMMAND... Sets `publisher` and `uuids`; `uuid` is the first of them. More of its output
 # can be read from `published`.

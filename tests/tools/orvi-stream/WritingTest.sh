@@ -66,6 +66,13 @@ ReadsWhatWasWritten() {
     expectSame "The file" "some more" "$(cat "$work/copy")"
 }
 
+FailsWithoutAStandardInput() {
+    publishOne --write "$work/file"
+    expectStatus 1 inTime "$program" put --runtime-dir "$runtime" "$uuid" <&-
+    expectSaid "the standard input is closed"
+    [[ ! -s $work/file ]] || fail "Something was written"
+}
+
 RefusesWhatIsNotPublishedForWriting() {
     makeFile "$work/file" 10
     cp "$work/file" "$work/before"

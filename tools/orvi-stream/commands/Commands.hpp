@@ -30,8 +30,8 @@ void cat(const CatOptions& options);
 
 /// Copy the standard input to a stream.
 ///
-/// @throws CommandFailure when it is not found, cannot be written or does not take all bytes; what
-///         the stream's operations throw.
+/// @throws CommandFailure when the input is closed, or when the stream is not found, cannot be
+///         written or does not take all bytes; what the stream's operations throw.
 void put(const PutOptions& options);
 
 } // namespace agent::orvi::tool

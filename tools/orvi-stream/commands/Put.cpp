@@ -50,6 +50,7 @@ bool write(StreamBuffer& device, const char* data, std::size_t size) {
 } // namespace
 
 void put(const PutOptions& options) {
+    demandInput();
     endOnSignal(&Progress::leaveLine);
     Neighbours neighbours(options.search);
     auto stream = neighbours.connect(options.uuid);

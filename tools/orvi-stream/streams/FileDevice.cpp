@@ -1,5 +1,6 @@
 #include "streams/FileDevice.hpp"
 
+#include "terminal/Descriptors.hpp"
 #include "terminal/Failure.hpp"
 
 #include <array>
@@ -53,6 +54,7 @@ FileDevice::open(const std::string& path, Access access, Answer answer) {
 }
 
 std::shared_ptr<FileDevice> FileDevice::standardInput(Answer answer) {
+    demandInput();
     return std::make_shared<FileDevice>(STDIN_FILENO, false, false, "the standard input", answer);
 }
 

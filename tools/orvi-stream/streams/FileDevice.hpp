@@ -31,6 +31,8 @@ public:
     static std::shared_ptr<FileDevice> open(const std::string& path, Access access, Answer answer);
 
     /// Take the standard input, which is read in sequence whatever it is.
+    ///
+    /// @throws CommandFailure when it is closed.
     static std::shared_ptr<FileDevice> standardInput(Answer answer);
 
     FileDevice(int descriptor, bool owned, bool seekable, std::string name, Answer answer);

@@ -3,8 +3,10 @@
 #include "terminal/Failure.hpp"
 
 #include <cerrno>
+#include <cstdio>
 #include <system_error>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -22,6 +24,24 @@ void awaitAfterError(int descriptor, short event, const char* what) {
 }
 
 } // namespace
+
+void occupyClosedDescriptors() noexcept {
+    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
+        // The lowest free number is taken. A descriptor that only says where a file is can neither
+        // be read nor written, and the root is always there.
+        if (::fcntl(descriptor, F_GETFD) < 0 && ::open("/", O_PATH | O_CLOEXEC) < 0) {
+            std::perror("orvi-stream: cannot take the place of a closed standard stream");
+            ::_exit(ExitCode::error);
+        }
+    }
+}
+
+void demandInput() {
+    const int flags = ::fcntl(STDIN_FILENO, F_GETFL);
+    if (flags < 0 || (flags & O_PATH) != 0) {
+        throw CommandFailure(ExitCode::error, "the standard input is closed");
+    }
+}
 
 void writeOutput(std::string_view data) {
     while (!data.empty()) {

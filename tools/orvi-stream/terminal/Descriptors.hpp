@@ -8,6 +8,18 @@
 /// none, and an error is known at once.
 namespace agent::orvi::tool {
 
+/// Take the places of the standard descriptors that are closed, or end the program when that cannot
+/// be done: a file that is opened later would get the number of one, and what the program tells
+/// would be written into it.
+///
+/// Using such a descriptor fails as it did before. May be called before any constructor has run.
+void occupyClosedDescriptors() noexcept;
+
+/// Make sure that there is a standard input, which need not hold anything.
+///
+/// @throws CommandFailure when the program was started with a closed one.
+void demandInput();
+
 /// Write all of `data` to the standard output. Blocks until it has been taken.
 ///
 /// @throws OutputClosed when the reader has gone.
