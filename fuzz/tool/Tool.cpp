@@ -8,6 +8,7 @@
 
 #include "commands/Commands.hpp"
 #include "terminal/CommandLine.hpp"
+#include "terminal/Descriptors.hpp"
 #include "terminal/Failure.hpp"
 
 #include <algorithm>
@@ -28,6 +29,7 @@ using fuzz::require;
 constexpr std::uint64_t largestOffset = std::numeric_limits<std::int64_t>::max();
 
 int commandsRun = 0;
+std::string answer;
 
 void checkSize(std::uint64_t size) {
     require(size >= 1 && size <= std::uint64_t{1} << 30, "a buffer has a size that can be had");
@@ -57,6 +59,10 @@ void checkSearch(const SearchOptions& options) {
 }
 
 } // namespace
+
+void writeOutput(std::string_view data) {
+    answer += data;
+}
 
 int publish(const PublishOptions& options) {
     ++commandsRun;
@@ -161,16 +167,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         arguments.push_back(word.c_str());
     }
     tool::commandsRun = 0;
+    tool::answer.clear();
     int code = 0;
-    std::string answer;
+    std::string other;
     std::string complaint;
     {
         const fuzz::Captured output(std::cout);
         const fuzz::Captured errors(std::cerr);
         code = tool::run(static_cast<int>(arguments.size()), arguments.data());
-        answer = output.text();
+        other = output.text();
         complaint = errors.text();
     }
-    fuzz::check(code, answer, complaint);
+    fuzz::require(other.empty(), "an answer is all that the standard output gets");
+    fuzz::check(code, tool::answer, complaint);
     return 0;
 }

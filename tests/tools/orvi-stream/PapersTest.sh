@@ -41,6 +41,26 @@ TellsItsVersion() {
     expectSame "The version" "orvi-stream $version" "$("$program" --version)"
 }
 
+FailsWhenAnAnswerCannotBeWritten() {
+    local question
+    for question in --help --version "publish --help"; do
+        # shellcheck disable=SC2086 # words of a command line
+        expectStatus 1 "$program" $question >/dev/full
+        expectSaid "No space left on device"
+    done
+    expectStatus 1 "$program" --help >&-
+    expectSaid "cannot write the standard output: Bad file descriptor"
+}
+
+AnswersAlsoWhenItsReaderHasEnough() {
+    mkfifo "$work/pipe"
+    exec {input}<>"$work/pipe"
+    exec {output}>"$work/pipe"
+    exec {input}<&-
+    expectStatus 0 "$program" --help >&"$output"
+    expectSilence
+}
+
 # The text of the manual page's section about a command.
 manualOf() {
     sed --quiet "/^\.Ss orvi-stream $1\$/,/^\.Ss/p" "$papers/orvi-stream.1"

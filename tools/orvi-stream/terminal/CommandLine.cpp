@@ -2,6 +2,7 @@
 
 #include "commands/Commands.hpp"
 #include "streams/StreamDescription.hpp"
+#include "terminal/Descriptors.hpp"
 #include "terminal/Failure.hpp"
 #include "terminal/HelpText.hpp"
 
@@ -13,6 +14,7 @@
 #include <functional>
 #include <iostream>
 #include <limits>
+#include <sstream>
 
 namespace agent::orvi::tool {
 namespace {
@@ -323,7 +325,9 @@ int run(int count, const char* const* words) {
         return chosen->run();
     } catch (const CLI::ParseError& end) {
         const bool answered = end.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success);
-        program.exit(end, std::cout, std::cerr);
+        std::ostringstream answer;
+        program.exit(end, answer, std::cerr);
+        writeOutput(answer.str());
         return answered ? ExitCode::done : ExitCode::wrongUsage;
     }
 }
