@@ -1,4 +1,5 @@
 #include <orvi/remoting/Errors.hpp>
+#include <orvi/remoting/TlsFiles.hpp>
 
 #include <utility>
 
@@ -21,5 +22,6 @@ AccessDenied::~AccessDenied() = default;
 LimitExceeded::~LimitExceeded() = default;
 TimeLimitExceeded::~TimeLimitExceeded() = default;
 UnsupportedType::~UnsupportedType() = default;
+UnusableTlsFile::~UnusableTlsFile() = default;
 
 } // namespace agent::orvi::remoting

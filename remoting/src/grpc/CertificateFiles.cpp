@@ -10,7 +10,6 @@
 #include <exception>
 #include <fstream>
 #include <iterator>
-#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -69,7 +68,7 @@ std::string contentOf(const std::filesystem::path& file) {
 
 void demand(bool holds, const std::filesystem::path& file, const char* what) {
     if (!holds) {
-        throw std::invalid_argument('"' + file.string() + "\" " + what);
+        throw UnusableTlsFile('"' + file.string() + "\" " + what);
     }
 }
 

@@ -27,7 +27,7 @@ public:
     /// Read the files.
     ///
     /// @throws std::system_error when one of them cannot be read, with its path.
-    /// @throws std::invalid_argument when there is no use for what they contain; says why.
+    /// @throws UnusableTlsFile when there is no use for what they contain; says why.
     explicit CertificateFiles(TlsFiles files);
 
     /// Look at the files again, and return what new connections use. The same object as long as

@@ -21,7 +21,7 @@ std::shared_ptr<grpc::ChannelCredentials> clientCredentials(const Identification
 
 /// The files are read again for every connection. Must outlive the server.
 ///
-/// @throws std::system_error, std::invalid_argument when the files cannot be used now.
+/// @throws std::system_error, UnusableTlsFile when the files cannot be used now.
 std::shared_ptr<grpc::ServerCredentials> serverCredentials(const TlsFiles& files);
 
 } // namespace agent::orvi::remoting::details

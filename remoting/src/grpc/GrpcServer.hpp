@@ -43,7 +43,7 @@ public:
     ///
     /// @param acceptStream decides over every stream that a peer opens.
     /// @throws std::system_error when a file of the TLS settings cannot be read.
-    /// @throws std::invalid_argument when there is no use for what these contain.
+    /// @throws UnusableTlsFile when there is no use for what these contain.
     /// @throws std::runtime_error when gRPC cannot start.
     GrpcServer(const ServerSettings& settings, AcceptStream acceptStream);
 

@@ -94,15 +94,14 @@ TEST_F(MutualTlsTest, NeedsFilesThatCanBeRead) {
 TEST_F(MutualTlsTest, NeedsFilesThatFitTogether) {
     const auto expectError = [this](const TlsFiles& files, const std::string& text) {
         options.tls = files;
-        EXPECT_THAT(
-            [this] { open(); }, streambuf::test::throwsExactly<std::invalid_argument>(text));
+        EXPECT_THAT([this] { open(); }, streambuf::test::throwsExactly<UnusableTlsFile>(text));
         ImporterOptions importing;
         importing.local = false;
         importing.targets = {"127.0.0.1:1"};
         importing.tls = files;
         EXPECT_THAT(
             [&] { const Importer importer(importing); },
-            streambuf::test::throwsExactly<std::invalid_argument>(text));
+            streambuf::test::throwsExactly<UnusableTlsFile>(text));
     };
     const TlsFiles files = *options.tls;
     TlsFiles wrong = files;

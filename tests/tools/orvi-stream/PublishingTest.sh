@@ -256,4 +256,13 @@ FailsWithoutItsCertificates() {
     expectSaid "$work/missing"
 }
 
+FailsWithFilesThatAreNoCertificates() {
+    local tls=(--plain-loopback --tls-cert "$work/file" --tls-key "$work/file" --tls-ca "$work/file")
+    echo notes >"$work/file"
+    expectStatus 1 stream publish --listen 127.0.0.1:0 "${tls[@]}" "$work/file"
+    expectSaid "$work/file\" contains no certificate"
+    expectStatus 1 stream cat --connect 127.0.0.1:1 "${tls[@]}" "$one"
+    expectSaid "$work/file\" contains no certificate"
+}
+
 "$case"

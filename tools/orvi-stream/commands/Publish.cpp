@@ -84,6 +84,8 @@ remoting::EndpointOptions endpointOptions(const PublishOptions& options) {
 remoting::Endpoint makeEndpoint(const PublishOptions& options) {
     try {
         return remoting::Endpoint(endpointOptions(options));
+    } catch (const remoting::UnusableTlsFile&) {
+        throw; // the command line may well be right
     } catch (const std::invalid_argument& reason) {
         throw CommandFailure(ExitCode::wrongUsage, reason.what());
     }

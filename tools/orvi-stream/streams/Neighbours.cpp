@@ -46,6 +46,8 @@ remoting::ImporterOptions importerOptions(const SearchOptions& options) {
 remoting::Importer makeImporter(const SearchOptions& options) {
     try {
         return remoting::Importer(importerOptions(options));
+    } catch (const remoting::UnusableTlsFile&) {
+        throw; // the command line may well be right
     } catch (const std::invalid_argument& reason) {
         throw CommandFailure(ExitCode::wrongUsage, reason.what());
     }

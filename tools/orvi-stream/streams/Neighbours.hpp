@@ -27,7 +27,8 @@ public:
     /// Start to look for endpoints.
     ///
     /// @throws CommandFailure for options that make no sense.
-    /// @throws std::system_error as the constructor of `remoting::Importer` does.
+    /// @throws std::system_error, remoting::UnusableTlsFile as the constructor of
+    ///         `remoting::Importer` does.
     explicit Neighbours(const SearchOptions& options);
 
     /// Connect to a stream. Blocks until it is found, for the time that the options give.

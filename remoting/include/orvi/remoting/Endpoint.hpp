@@ -97,8 +97,9 @@ class ORVI_REMOTING_EXPORT Endpoint {
 public:
     /// Start to listen and to offer. When this returns, peers can find the endpoint.
     ///
-    /// @throws std::invalid_argument for options that contradict each other or are out of range,
-    ///         and for TLS files that do not contain what they should; says which.
+    /// @throws std::invalid_argument for options that contradict each other or are out of range;
+    ///         says which.
+    /// @throws UnusableTlsFile for TLS files that do not contain what they should.
     /// @throws std::system_error for directories, files, sockets and addresses that cannot be used,
     ///         with the path or address in the text.
     /// @throws std::runtime_error when gRPC cannot start a server.

@@ -87,8 +87,9 @@ class ORVI_REMOTING_EXPORT Importer {
 public:
     /// Start to look for endpoints. Does not wait for any.
     ///
-    /// @throws std::invalid_argument for options that contradict each other or are out of range,
-    ///         and for TLS files that do not contain what they should; says which.
+    /// @throws std::invalid_argument for options that contradict each other or are out of range;
+    ///         says which.
+    /// @throws UnusableTlsFile for TLS files that do not contain what they should.
     /// @throws std::system_error for a runtime directory or a TLS file that cannot be used.
     explicit Importer(const ImporterOptions& options = {});
 

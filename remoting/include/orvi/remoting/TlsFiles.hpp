@@ -1,6 +1,9 @@
 #pragma once
 
+#include <orvi/remoting_export.hpp>
+
 #include <filesystem>
+#include <stdexcept>
 
 namespace agent::orvi::remoting {
 
@@ -13,6 +16,13 @@ struct TlsFiles {
     std::filesystem::path certificates; ///< This side's certificate chain, its own first.
     std::filesystem::path privateKey;   ///< The key of this side's own certificate.
     std::filesystem::path authorities;  ///< The certificates that vouch for the other side.
+};
+
+/// A file does not contain what it should, or nothing that fits the others; says which and why.
+class ORVI_REMOTING_EXPORT UnusableTlsFile : public std::invalid_argument {
+public:
+    using std::invalid_argument::invalid_argument;
+    ~UnusableTlsFile() override;
 };
 
 } // namespace agent::orvi::remoting
