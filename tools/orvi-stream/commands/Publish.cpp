@@ -91,6 +91,25 @@ remoting::Endpoint makeEndpoint(const PublishOptions& options) {
     }
 }
 
+/// Ends the reads that wait when it goes: a stream that is withdrawn waits for those that run.
+class Interruption {
+public:
+    explicit Interruption(const std::vector<Device>& devices)
+        : devices(devices) {}
+
+    ~Interruption() {
+        for (const Device& device : devices) {
+            device->interrupt();
+        }
+    }
+
+    Interruption(const Interruption&) = delete;
+    Interruption& operator=(const Interruption&) = delete;
+
+private:
+    const std::vector<Device>& devices;
+};
+
 void tell(const PublishOptions& options, const remoting::Endpoint& endpoint) {
     if (!options.listen.empty()) {
         for (const std::string& address : endpoint.addresses()) {
@@ -114,15 +133,14 @@ int publish(const PublishOptions& options) {
     for (std::size_t i = 0; i < devices.size(); ++i) {
         published.push_back(offer(devices[i], options.uuids[i], options));
     }
+    // It comes after the endpoint's end: an interrupted read would be the end of the data to a
+    // peer.
+    const Interruption interruption(devices);
     remoting::Endpoint endpoint = makeEndpoint(options);
     tell(options, endpoint);
     const int signal = awaitSignal();
     endOnSignal(); // who sends a second one does not want to wait
     endpoint.close();
-    // After that: an interrupted read would be the end of the data to a peer.
-    for (const Device& device : devices) {
-        device->interrupt();
-    }
     return ExitCode::signalled + signal;
 }
 
