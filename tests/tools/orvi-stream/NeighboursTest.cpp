@@ -6,10 +6,13 @@
 #include "terminal/Failure.hpp"
 
 #include <cppmicroservices/ServiceListenerHook.h>
+#include <cppmicroservices/ServiceRegistration.h>
 
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <future>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -36,29 +39,50 @@ public:
         }
     }
 
-    void Removed(const std::vector<ListenerInfo>&) override {}
+    void Removed(const std::vector<ListenerInfo>& listeners) override {
+        for (const ListenerInfo& listener : listeners) {
+            if (listener.GetFilter() == filter && !stream && !std::exchange(toldOfTheEnd, true)) {
+                lookUpEnded.set_value();
+            }
+        }
+    }
 
     bool isDone() const { return !stream; }
+
+    /// Tells when one of the look-ups that miss the stream has ended.
+    std::future<void> lookUpEnd() { return lookUpEnded.get_future(); }
 
 private:
     const std::string filter;
     std::optional<streambuf::StreamBuffer> stream;
     int lookUps = 0;
+    std::promise<void> lookUpEnded;
+    bool toldOfTheEnd = false;
 };
 
-class NeighboursTest : public testing::TestWithParam<std::chrono::milliseconds> {
+class NeighboursTest : public testing::Test {
 protected:
+    NeighboursTest()
+        : hook(streambuf::test::registryContext()
+                   .RegisterService<cppmicroservices::ServiceListenerHook>(withdrawal)) {
+        options.network.runtimeDirectory = directory.path;
+    }
+
+    ~NeighboursTest() override { hook.Unregister(); }
+
+    const boost::uuids::uuid uuid = streambuf::test::newUuid();
+    const std::shared_ptr<Withdrawal> withdrawal = std::make_shared<Withdrawal>(uuid);
     remoting::test::TemporaryDirectory directory;
+    SearchOptions options;
+
+private:
+    cppmicroservices::ServiceRegistration<cppmicroservices::ServiceListenerHook> hook;
 };
 
-TEST_P(NeighboursTest, MissAStreamThatGoesWhileItIsConnectedTo) {
-    const auto uuid = streambuf::test::newUuid();
-    const auto withdrawal = std::make_shared<Withdrawal>(uuid);
-    auto hook =
-        streambuf::test::registryContext().RegisterService<cppmicroservices::ServiceListenerHook>(
-            withdrawal);
-    SearchOptions options;
-    options.network.runtimeDirectory = directory.path;
+class NeighboursTimeoutTest : public NeighboursTest,
+                              public testing::WithParamInterface<std::chrono::milliseconds> {};
+
+TEST_P(NeighboursTimeoutTest, MissesAStreamThatGoesWhileItIsConnectedTo) {
     options.timeout = GetParam();
     Neighbours neighbours(options);
     const auto begin = std::chrono::steady_clock::now();
@@ -70,10 +94,25 @@ TEST_P(NeighboursTest, MissAStreamThatGoesWhileItIsConnectedTo) {
     }
     EXPECT_LT(std::chrono::steady_clock::now() - begin, GetParam() + 5s);
     EXPECT_TRUE(withdrawal->isDone());
-    hook.Unregister();
 }
 
-INSTANTIATE_TEST_SUITE_P(Timeout, NeighboursTest, testing::Values(0ms, 100ms));
+// The library gives up after 20 seconds.
+INSTANTIATE_TEST_SUITE_P(Timeout, NeighboursTimeoutTest, testing::Values(0ms, 100ms, 20500ms));
+
+TEST_F(NeighboursTest, FindAStreamThatComesBackOnceTheLibraryHasGivenUp) {
+    options.timeout = 60s;
+    Neighbours neighbours(options);
+    auto comeback = std::async(std::launch::async, [&] {
+        withdrawal->lookUpEnd().wait();
+        return streambuf::makeDevice(
+            uuid, [](std::int64_t) { return std::string("back"); }, {}, {}, {}, 4);
+    });
+    auto connected = neighbours.connect(uuid);
+    EXPECT_TRUE(withdrawal->isDone());
+    std::string text(4, '\0');
+    EXPECT_EQ(connected.device.sgetn(text.data(), 4), 4);
+    EXPECT_EQ(text, "back");
+}
 
 } // namespace
 } // namespace agent::orvi::tool::test

@@ -19,6 +19,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <thread>
+#include <typeinfo>
 #include <utility>
 
 namespace agent::orvi::tool {
@@ -30,6 +31,7 @@ constexpr std::chrono::seconds answerTime{20};
 /// More than it takes to connect to a stream that has been found.
 constexpr std::chrono::milliseconds connectTime{1000};
 
+using Clock = std::chrono::steady_clock;
 using Tracker = cppmicroservices::ServiceTracker<core::Invokable>;
 using State = remoting::PeerStatus::State;
 
@@ -74,7 +76,25 @@ connectWithin(std::chrono::milliseconds time, const boost::uuids::uuid& uuid) {
         return connected.get();
     } catch (const cppmicroservices::ServiceException&) {
         return std::nullopt; // it went after it had been found for the second time
+    } catch (const std::runtime_error& reason) {
+        if (typeid(reason) == typeid(std::runtime_error)) {
+            return std::nullopt; // it did not come back for as long as the library waits
+        }
+        throw;
     }
+}
+
+/// Return what is found first, nothing when there is none any more.
+cppmicroservices::ServiceReference<core::Invokable> firstOf(const Tracker& tracker) {
+    try {
+        return tracker.GetServiceReference();
+    } catch (const cppmicroservices::ServiceException&) {
+        return {};
+    }
+}
+
+std::chrono::milliseconds timeUntil(Clock::time_point end) {
+    return std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
 }
 
 } // namespace
@@ -84,37 +104,37 @@ Neighbours::Neighbours(const SearchOptions& options)
     , importer(makeImporter(options)) {}
 
 ConnectedStream Neighbours::connect(const boost::uuids::uuid& uuid) {
-    const auto begin = std::chrono::steady_clock::now();
+    const auto end = Clock::now() + timeout;
     Tracker tracker(
         foundation::cppmicroservices::getFramework()->GetBundleContext(),
         cppmicroservices::LDAPFilter("(orvi.servicename=" + serviceName(uuid) + ")"));
     tracker.Open();
     if (timeout.count() == 0) {
         importer.waitUntilSettled(answerTime);
-    } else {
-        tracker.WaitForService(timeout);
     }
-    if (tracker.IsEmpty()) {
-        const auto silent = silentPeers();
-        tellWhySilent(silent);
-        throw CommandFailure(
-            silent.empty() ? ExitCode::noSuchStream : ExitCode::peerLost, // one may have it
-            "no stream " + boost::uuids::to_string(uuid) + " was found" +
-                (timeout.count() == 0 ? "" : " within " + inSeconds(timeout)));
-    }
-    const auto description = describe(tracker.GetServiceReference());
-    if (!description) {
-        throw CommandFailure(ExitCode::error, "the service found is no stream");
-    }
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-        begin + timeout - std::chrono::steady_clock::now());
-    auto device = connectWithin(std::max(left, connectTime), uuid);
-    if (!device) {
-        throw CommandFailure(
-            ExitCode::noSuchStream,
-            "the stream " + boost::uuids::to_string(uuid) + " has just been withdrawn");
-    }
-    return {*description, std::move(*device)};
+    std::string missed = "no stream " + boost::uuids::to_string(uuid) + " was found" +
+                         (timeout.count() == 0 ? "" : " within " + inSeconds(timeout));
+    auto left = timeUntil(end);
+    do {
+        if (left.count() > 0) {
+            tracker.WaitForService(left);
+        }
+        if (const auto reference = firstOf(tracker)) {
+            const auto description = describe(reference);
+            if (!description) {
+                throw CommandFailure(ExitCode::error, "the service found is no stream");
+            }
+            if (auto device = connectWithin(std::max(timeUntil(end), connectTime), uuid)) {
+                return {*description, std::move(*device)};
+            }
+            missed = "the stream " + boost::uuids::to_string(uuid) + " has been withdrawn";
+        }
+        left = timeUntil(end);
+    } while (left.count() > 0);
+    const auto silent = silentPeers();
+    tellWhySilent(silent);
+    // One of those that are silent may have it.
+    throw CommandFailure(silent.empty() ? ExitCode::noSuchStream : ExitCode::peerLost, missed);
 }
 
 bool Neighbours::awaitAnswers() {
