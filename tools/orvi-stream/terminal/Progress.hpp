@@ -10,6 +10,10 @@ namespace agent::orvi::tool {
 /// A line on the standard error that says how far a transfer is, how fast and for how long, as long
 /// as a person watches: where the standard error is no terminal, nothing is written.
 ///
+/// It is drawn by hand because the only C++ library for it that we found in Debian 12, the
+/// progress_display of Boost.Timer, must know the total, shows neither a rate nor a time, and does
+/// not ask whether it writes to a terminal.
+///
 /// There is one at a time. Thread safety: single-thread, except for `leaveLine`.
 class Progress {
 public:
