@@ -47,11 +47,12 @@ Answer ask(const TargetPeers::Resolver& resolver, const HostPort& host) {
     return answer;
 }
 
-bool isNumeric(const HostPort& host) {
+/// Return the address of a host that is a number; none where it is a name, or nobody can say now.
+std::vector<HostPort> numbersOfNumeric(const HostPort& host) {
     try {
-        return !resolve(host, Resolution::numeric).empty();
+        return numbersOf(host, Resolution::numeric);
     } catch (const std::system_error&) {
-        return false;
+        return {};
     }
 }
 
@@ -147,8 +148,8 @@ private:
 
     void resolveNow(const std::string& text, Target& target) {
         target.busy = true;
-        if (isNumeric(target.host)) {
-            take(text, {numbersOf(target.host, Resolution::numeric), {}});
+        if (auto numbers = numbersOfNumeric(target.host); !numbers.empty()) {
+            take(text, {std::move(numbers), {}});
             return;
         }
         try {

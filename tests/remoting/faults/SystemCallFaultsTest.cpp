@@ -4,6 +4,7 @@
 #include "discovery/LocalAddress.hpp"
 #include "discovery/LocalPeers.hpp"
 #include "discovery/ProcessWatch.hpp"
+#include "discovery/TargetPeers.hpp"
 #include "discovery/TcpListener.hpp"
 #include "remoting/discovery/Fixture.hpp"
 #include "remoting/discovery/Sockets.hpp"
@@ -216,6 +217,27 @@ TEST_P(PeerFaults, PeersAreFoundAndSeenToGoWhateverFailsOnTheWay) {
             EXPECT_EQ(openDescriptors(), before) << failure.where();
         });
     }
+}
+
+TEST_P(SystemCallFaults, AllTargetsAreResolvedWhateverFailsOnTheWay) {
+    const std::vector<std::string> targets{"127.0.0.1:7000", "127.0.0.2:7000", "localhost:7000"};
+    const std::size_t failures = failEachCall(GetParam(), "getaddrinfo", [&](FailingCall& failure) {
+        EventLog<std::string> resolved;
+        EventLog<std::string> failed;
+        failure.armEverywhere();
+        {
+            const TargetPeers peers(
+                housekeeper, targets,
+                [&](const std::string& target, const auto&) { resolved.add(target); },
+                [&](const std::string& target, const auto&) { failed.add(target); });
+            for (const std::string& target : targets) {
+                EXPECT_TRUE(resolved.waitForEvent(target)) << target;
+            }
+        }
+        EXPECT_EQ(resolved.all().size(), targets.size());
+        EXPECT_LE(failed.all().size(), failure.happened() ? 1U : 0U);
+    });
+    EXPECT_EQ(failures, 4U); // a name is looked at before it is looked up
 }
 
 TEST_P(SystemCallFaults, TheEndOfAProcessIsSeenOrItsWatchIsRefused) {
