@@ -1,5 +1,6 @@
 #include "discovery/AcceptLoop.hpp"
 
+#include "carrier/AwaitMemory.hpp"
 #include "discovery/SystemCall.hpp"
 
 #include <boost/asio/posix/stream_descriptor.hpp>
@@ -78,12 +79,12 @@ private:
                 break;
             } else if (errno != EINTR && errno != ECONNABORTED) {
                 // The connection is still there, and so would be the reason to try again at once.
-                waitForRoom();
+                awaitMemoryFor([this] { waitForRoom(); });
                 return;
             }
         }
         if (!closed) {
-            wait();
+            awaitMemoryFor([this] { wait(); });
         }
     }
 

@@ -1,5 +1,6 @@
 #include "grpc/GrpcServer.hpp"
 
+#include "carrier/AwaitMemory.hpp"
 #include "grpc/Compression.hpp"
 #include "grpc/Credentials.hpp"
 #include "grpc/Throughput.hpp"
@@ -94,9 +95,18 @@ void hand(grpc::experimental::ExternalConnectionAcceptor& acceptor, int socket) 
     acceptor.HandleNewConnection(&connection);
 }
 
+/// Takes the events of a stream that is refused.
+struct Nobody final : StreamEvents {
+    void received(google::protobuf::io::ZeroCopyInputStream&, std::size_t) override {}
+
+    void sent() override {}
+
+    void ended(const StreamEnd&) override {}
+};
+
 } // namespace
 
-/// Waits for a peer to open a stream of one kind.
+/// Waits for peers to open streams of one kind, one after another, until the server stops.
 class GrpcServer::Acceptance final : public Operation {
 public:
     Acceptance(GrpcServer& owner, StreamKind kind)
@@ -104,6 +114,7 @@ public:
         , kind(kind) {}
 
     void start() {
+        stream = std::make_shared<ServerStream>();
         auto& context = stream->context();
         auto& call = stream->call();
         grpc::CompletionQueue* queue = &owner.reactor->queue();
@@ -115,22 +126,24 @@ public:
     }
 
     void completed(bool ok) override {
-        const std::unique_ptr<Acceptance> self(this);
-        if (ok) {
-            owner.awaitStream(kind);
-            owner.streamOpened(kind, stream);
+        if (!ok) {
+            owner.acceptanceEnded();
+            return;
         }
+        owner.streamOpened(kind, std::exchange(stream, nullptr));
+        awaitMemoryFor([this] { start(); });
     }
 
 private:
     GrpcServer& owner;
     const StreamKind kind;
-    const std::shared_ptr<ServerStream> stream = std::make_shared<ServerStream>();
+    std::shared_ptr<ServerStream> stream; // the next one
 };
 
 GrpcServer::GrpcServer(const ServerSettings& settings, AcceptStream acceptStream)
     : acceptStream(std::move(acceptStream))
-    , maximumStreams(settings.streams) {
+    , maximumStreams(settings.streams)
+    , nobody(std::make_shared<Nobody>()) {
     keepFreedBlocks();
     grpc::ServerBuilder builder;
     setArguments(builder, settings);
@@ -150,10 +163,15 @@ GrpcServer::GrpcServer(const ServerSettings& settings, AcceptStream acceptStream
         queue->Shutdown();
         throw std::runtime_error("gRPC cannot start a server.");
     }
-    reactor = Reactor::start(std::move(queue), settings.tasks, settings.busyPolling);
-    awaitStream(StreamKind::control);
-    awaitStream(StreamKind::call);
-    health = std::make_unique<HealthService>(otherServices, reactor->queue(), *notifications);
+    try {
+        reactor = Reactor::start(std::move(queue), settings.tasks, settings.busyPolling);
+        accept(StreamKind::control);
+        accept(StreamKind::call);
+        health = std::make_unique<HealthService>(otherServices, reactor->queue(), *notifications);
+    } catch (...) {
+        stop(std::chrono::system_clock::now());
+        throw;
+    }
 }
 
 GrpcServer::~GrpcServer() {
@@ -176,10 +194,14 @@ void GrpcServer::stop(Executor::TimePoint timeLimit) noexcept {
     server->Shutdown(std::chrono::system_clock::now());
     {
         std::unique_lock lock(mutex);
-        noStreams.wait(lock, [this] { return streams == 0; });
+        noStreams.wait(lock, [this] { return streams == 0 && accepting == 0; });
     }
-    health->awaitEnd();
-    reactor->stop(timeLimit);
+    if (health) {
+        health->awaitEnd();
+    }
+    if (reactor) {
+        reactor->stop(timeLimit);
+    }
 }
 
 bool GrpcServer::awaitStreams(Executor::TimePoint timeLimit) {
@@ -187,8 +209,12 @@ bool GrpcServer::awaitStreams(Executor::TimePoint timeLimit) {
     return noStreams.wait_until(lock, timeLimit, [this] { return streams == 0; });
 }
 
-void GrpcServer::awaitStream(StreamKind kind) {
-    (new Acceptance(*this, kind))->start(); // deletes itself
+/// Wait for streams of a kind from now on.
+void GrpcServer::accept(StreamKind kind) {
+    acceptances.push_back(std::make_unique<Acceptance>(*this, kind));
+    acceptances.back()->start();
+    const std::lock_guard lock(mutex);
+    ++accepting;
 }
 
 void GrpcServer::streamOpened(StreamKind kind, const std::shared_ptr<ServerStream>& stream) {
@@ -207,17 +233,8 @@ void GrpcServer::streamOpened(StreamKind kind, const std::shared_ptr<ServerStrea
         // There is no memory for it: the endpoint is full.
     }
     if (!events) {
-        struct Nobody final : StreamEvents {
-            void received(google::protobuf::io::ZeroCopyInputStream&, std::size_t) override {}
-
-            void sent() override {}
-
-            void ended(const StreamEnd&) override {}
-        };
-
-        events = std::make_shared<Nobody>();
-        stream->finish(
-            {StreamEnd::Kind::limitExceeded, "The endpoint has no room for more streams."});
+        events = nobody;
+        stream->finish(noRoom);
     }
     stream->begin(std::move(events), [this] { streamEnded(); });
 }
@@ -225,6 +242,12 @@ void GrpcServer::streamOpened(StreamKind kind, const std::shared_ptr<ServerStrea
 void GrpcServer::streamEnded() {
     const std::lock_guard lock(mutex);
     --streams;
+    noStreams.notify_all();
+}
+
+void GrpcServer::acceptanceEnded() {
+    const std::lock_guard lock(mutex);
+    --accepting;
     noStreams.notify_all();
 }
 

@@ -21,6 +21,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <vector>
 
 namespace agent::orvi::remoting::details {
 
@@ -77,9 +78,10 @@ private:
 
     class Acceptance;
 
-    void awaitStream(StreamKind kind);
+    void accept(StreamKind kind);
     void streamOpened(StreamKind kind, const std::shared_ptr<ServerStream>& stream);
     void streamEnded();
+    void acceptanceEnded();
 
     const AcceptStream acceptStream;
     const std::size_t maximumStreams;
@@ -92,10 +94,15 @@ private:
     Acceptor localAcceptor;
     Acceptor tcpAcceptor;
     std::unique_ptr<grpc::Server> server;
+    const std::shared_ptr<StreamEvents> nobody; // whose streams are refused
+    const StreamEnd noRoom{
+        StreamEnd::Kind::limitExceeded, "The endpoint has no room for more streams."};
+    std::vector<std::unique_ptr<Acceptance>> acceptances;
 
     std::mutex mutex;
     std::condition_variable noStreams;
     std::size_t streams = 0;
+    std::size_t accepting = 0; // acceptances
     bool stopped = false;
 };
 

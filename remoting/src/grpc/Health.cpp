@@ -1,5 +1,6 @@
 #include "grpc/Health.hpp"
 
+#include "carrier/AwaitMemory.hpp"
 #include "wire/EncodedFields.hpp"
 
 #include <google/protobuf/io/coded_stream.h>
@@ -59,11 +60,13 @@ class HealthService::Call final : public Operation {
 public:
     explicit Call(HealthService& owner)
         : owner(owner) {
-        {
-            const std::lock_guard lock(owner.mutex);
-            ++owner.calls;
+        owner.callBegun();
+        try {
+            owner.service.RequestCall(&context, &call, &owner.queue, &owner.notifications, tag());
+        } catch (...) {
+            owner.callEnded();
+            throw;
         }
-        owner.service.RequestCall(&context, &call, &owner.queue, &owner.notifications, tag());
     }
 
     void completed(bool ok) override {
@@ -98,7 +101,7 @@ private:
             const std::lock_guard lock(owner.mutex);
             full = owner.calls > maximumCalls;
         }
-        new Call(owner); // deletes itself
+        awaitMemoryFor([this] { new Call(owner); }); // deletes itself
         const std::string prefix = "/grpc.health.v1.Health/";
         watching = context.method() == prefix + "Watch";
         if (full) {
@@ -161,6 +164,11 @@ HealthService::HealthService(
 void HealthService::awaitEnd() {
     std::unique_lock lock(mutex);
     noCalls.wait(lock, [this] { return calls == 0; });
+}
+
+void HealthService::callBegun() {
+    const std::lock_guard lock(mutex);
+    ++calls;
 }
 
 void HealthService::callEnded() {

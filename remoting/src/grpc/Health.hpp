@@ -28,6 +28,7 @@ public:
 private:
     class Call;
 
+    void callBegun();
     void callEnded();
 
     grpc::AsyncGenericService& service;

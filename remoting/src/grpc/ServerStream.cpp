@@ -4,9 +4,28 @@
 #include "grpc/Frames.hpp"
 #include "grpc/StatusCodes.hpp"
 
+#include <new>
+#include <string>
+#include <string_view>
 #include <utility>
 
 namespace agent::orvi::remoting::details {
+namespace {
+
+/// Return an end; what there is no memory for is its text.
+StreamEnd endOf(StreamEnd::Kind kind, std::string_view text) noexcept {
+    try {
+        return {kind, std::string(text)};
+    } catch (const std::bad_alloc&) {
+        return {kind, {}};
+    }
+}
+
+StreamEnd importerGone() noexcept {
+    return endOf(StreamEnd::Kind::disconnected, "The importer is gone.");
+}
+
+} // namespace
 
 ServerStream::ServerStream() {
     remote->context.AsyncNotifyWhenDone(leaving.tag());
@@ -42,7 +61,7 @@ void ServerStream::receive() {
 void ServerStream::finish(const StreamEnd& end) {
     const std::lock_guard lock(mutex);
     if (!ending && process.isHere()) {
-        ending = end;
+        ending = endOf(end.kind, end.text);
         finishIfIdle();
     }
 }
@@ -50,7 +69,7 @@ void ServerStream::finish(const StreamEnd& end) {
 void ServerStream::cancel(const StreamEnd& end) {
     const std::lock_guard lock(mutex);
     if (!finishing.underWay && !cancelled && process.isHere()) {
-        ending = end;
+        ending = endOf(end.kind, end.text);
         cancelled = true;
         remote->context.TryCancel();
         finishIfIdle();
@@ -88,7 +107,7 @@ void ServerStream::messageWritten(bool ok) {
         const std::lock_guard lock(mutex);
         writing.underWay = false;
         if (!ok && !ending) {
-            ending = StreamEnd{StreamEnd::Kind::disconnected, "The importer is gone."};
+            ending = importerGone();
         }
         if (ending) {
             finishIfIdle();
@@ -107,7 +126,11 @@ void ServerStream::messageWritten(bool ok) {
 void ServerStream::finishIfIdle() {
     if (self && ending && !writing.underWay && !finishing.underWay) {
         finishing.underWay = true;
-        remote->call.Finish(toStatus(*ending), finishing.tag());
+        try {
+            remote->call.Finish(toStatus(*ending), finishing.tag());
+        } catch (const std::bad_alloc&) {
+            remote->call.Finish(toStatus({ending->kind, {}}), finishing.tag()); // needs none
+        }
     }
 }
 
@@ -125,7 +148,7 @@ void ServerStream::peerLeft(bool) {
         const std::lock_guard lock(mutex);
         leaving.underWay = false;
         if (!ending && remote->context.IsCancelled()) {
-            ending = StreamEnd{StreamEnd::Kind::disconnected, "The importer is gone."};
+            ending = importerGone();
         }
         finishIfIdle();
     }
