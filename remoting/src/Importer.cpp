@@ -1,5 +1,6 @@
 #include <orvi/remoting/Importer.hpp>
 
+#include "carrier/AwaitMemory.hpp"
 #include "carrier/TimeLimit.hpp"
 #include "discovery/Housekeeper.hpp"
 #include "discovery/LocalAddress.hpp"
@@ -305,11 +306,17 @@ private:
         }
         setStatus({name, PeerStatus::State::connecting, "", ""});
         targetOfAddress[name] = address.target;
-        connect(
-            ClientConnection::tcp(
-                reactor, grpcAddress(address), address.hostName,
-                certificates ? clientCredentials(*certificates->current()) : nullptr, keepalive),
-            name);
+        try {
+            connect(
+                ClientConnection::tcp(
+                    reactor, grpcAddress(address), address.hostName,
+                    certificates ? clientCredentials(*certificates->current()) : nullptr,
+                    keepalive),
+                name);
+        } catch (...) {
+            targetOfAddress.erase(name);
+            throw;
+        }
     }
 
     void connect(std::shared_ptr<ClientConnection> connection, const std::string& address) {
@@ -332,7 +339,7 @@ private:
         setStatus(std::move(status)); // first: the housekeeping thread may find it to be gone
         boost::asio::post(
             housekeeper.context(),
-            [weak = weak_from_this(), address, lost = end != nullptr,
+            [weak = weak_from_this(), address = std::string(address), lost = end != nullptr,
              own = end != nullptr && end->kind == StreamEnd::Kind::cancelled] {
                 if (const auto self = weak.lock()) {
                     self->noteLink(address, lost, own);
@@ -355,7 +362,7 @@ private:
             if (wasUseful) {
                 targets->connected(target.mapped());
             }
-            targets->retry(target.mapped());
+            awaitMemoryFor([&] { targets->retry(target.mapped()); });
             return;
         }
         const std::filesystem::path socket = address.substr(socketPrefix.size());

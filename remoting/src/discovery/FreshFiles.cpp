@@ -1,8 +1,10 @@
 #include "discovery/FreshFiles.hpp"
 
+#include "carrier/AwaitMemory.hpp"
+
 #include <boost/asio/steady_timer.hpp>
 
-#include <system_error>
+#include <exception>
 #include <utility>
 
 #include <fcntl.h>
@@ -25,7 +27,7 @@ public:
         timer.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
             if (!error && !self->closed) {
                 self->refresh();
-                self->wait();
+                awaitMemoryFor([&] { self->wait(); });
             }
         });
     }
@@ -42,8 +44,9 @@ private:
             for (const std::string& file : files) {
                 ::utimensat(opened.get(), file.c_str(), nullptr, AT_SYMLINK_NOFOLLOW);
             }
-        } catch (const std::system_error&) {
-            // Without a directory there is nothing to be cleaned up.
+        } catch (const std::exception&) {
+            // Without a directory there is nothing to be cleaned up, and without memory later is
+            // early enough.
         }
     }
 

@@ -1,5 +1,6 @@
 #include "discovery/HangUpWatch.hpp"
 
+#include "carrier/AwaitMemory.hpp"
 #include "discovery/Descriptor.hpp"
 #include "discovery/SystemCall.hpp"
 
@@ -101,7 +102,7 @@ private:
             [this](const boost::system::error_code& error) {
                 if (!error) {
                     reportSome();
-                    wait();
+                    awaitMemoryFor([this] { wait(); });
                 }
             });
     }

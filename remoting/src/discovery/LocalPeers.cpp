@@ -1,5 +1,6 @@
 #include "discovery/LocalPeers.hpp"
 
+#include "carrier/AwaitMemory.hpp"
 #include "discovery/EndpointFiles.hpp"
 #include "discovery/SystemCall.hpp"
 
@@ -11,6 +12,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <exception>
+#include <new>
 #include <set>
 #include <string>
 #include <system_error>
@@ -58,7 +61,7 @@ struct Changes {
     std::set<std::string> names;
     bool removal = false;
     bool lost = false;     // the directory
-    bool overflow = false; // of the events
+    bool overflow = false; // some events are missing
 };
 
 void add(Changes& changes, const inotify_event& event, const char* name) {
@@ -96,7 +99,11 @@ Changes readChanges(int inotify) {
         for (const char* place = buffer.data(); place < end;) {
             inotify_event event{};
             std::memcpy(&event, place, sizeof(event));
-            add(changes, event, place + sizeof(event));
+            try {
+                add(changes, event, place + sizeof(event));
+            } catch (const std::bad_alloc&) {
+                changes.overflow = true;
+            }
             place += sizeof(event) + event.len;
         }
     }
@@ -136,7 +143,7 @@ public:
             return;
         }
         if (watched) {
-            wait();
+            awaitMemoryFor([this] { wait(); });
             checkDirectoryAfter(incomplete ? withoutWatch : directoryCheck);
         } else {
             followAfter(withoutWatch);
@@ -145,13 +152,17 @@ public:
 
     void check(const std::string& name) {
         try {
-            examine(directory.open().get(), name);
-        } catch (const std::system_error& error) {
-            if (meansNothing(error)) {
-                forget(name);
-            } else {
-                lookAgain();
+            try {
+                examine(directory.open().get(), name);
+            } catch (const std::system_error& error) {
+                if (meansNothing(error)) {
+                    forget(name);
+                } else {
+                    lookAgain();
+                }
             }
+        } catch (const std::bad_alloc&) {
+            lookAgain();
         }
     }
 
@@ -175,7 +186,7 @@ private:
             details::check(error, "inotify");
             watching.release();
             return true;
-        } catch (const std::system_error&) {
+        } catch (const std::exception&) {
             return false;
         }
     }
@@ -196,31 +207,38 @@ private:
     }
 
     void followAfter(std::chrono::milliseconds time) {
-        timer.expires_after(time);
-        timer.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
-            if (!error && !self->closed) {
-                self->follow();
-            }
-        });
+        doAfter(time, [](State& self) { self.follow(); });
     }
 
     void checkDirectoryAfter(std::chrono::milliseconds time) {
-        timer.expires_after(time);
-        timer.async_wait([self = shared_from_this()](const boost::system::error_code& error) {
-            if (error || self->closed) {
-                return;
-            }
-            if (!self->isSameDirectory()) {
-                self->followAnew();
-                return;
-            }
-            if (self->incomplete) {
-                self->list();
-            }
-            if (!self->closed) {
-                self->checkDirectoryAfter(self->incomplete ? withoutWatch : directoryCheck);
-            }
+        doAfter(time, [](State& self) { self.checkDirectory(); });
+    }
+
+    /// Do this after a while, and nothing else that was to be done.
+    template <class Action>
+    void doAfter(std::chrono::milliseconds time, Action action) {
+        awaitMemoryFor([&] {
+            timer.expires_after(time);
+            timer.async_wait(
+                [self = shared_from_this(), action](const boost::system::error_code& error) {
+                    if (!error && !self->closed) {
+                        action(*self);
+                    }
+                });
         });
+    }
+
+    void checkDirectory() {
+        if (!isSameDirectory()) {
+            followAnew();
+            return;
+        }
+        if (incomplete) {
+            list();
+        }
+        if (!closed) {
+            checkDirectoryAfter(incomplete ? withoutWatch : directoryCheck);
+        }
     }
 
     /// Nobody could tell what there is: list everything a little later.
@@ -234,7 +252,7 @@ private:
     bool isSameDirectory() const {
         try {
             return identityOf(directory.open()) == identity;
-        } catch (const std::system_error&) {
+        } catch (const std::exception&) {
             return false;
         }
     }
@@ -263,7 +281,7 @@ private:
         if (closed) {
             return;
         }
-        wait();
+        awaitMemoryFor([this] { wait(); });
         const auto soon = std::chrono::steady_clock::now() + directoryCheckAfterRemoval;
         if (changes.removal && timer.expiry() > soon) {
             checkDirectoryAfter(directoryCheckAfterRemoval);
@@ -272,8 +290,9 @@ private:
 
     void list() {
         incomplete = false;
-        std::set<std::string> names = known;
+        std::set<std::string> names;
         try {
+            names = known;
             names.merge(namesIn(directory.open()));
         } catch (const std::system_error& error) {
             // Where the directory cannot be used, those that are known have gone.
@@ -281,6 +300,9 @@ private:
                 lookAgain();
                 return;
             }
+        } catch (const std::bad_alloc&) {
+            lookAgain();
+            return;
         }
         for (const std::string& name : names) {
             check(name);
@@ -301,14 +323,16 @@ private:
     }
 
     void remember(const std::string& name) {
+        const std::filesystem::path path = pathOf(name);
         if (!closed && known.insert(name).second) {
-            callBack(found, pathOf(name));
+            callBack(found, path);
         }
     }
 
     void forget(const std::string& name) {
+        const std::filesystem::path path = pathOf(name);
         if (!closed && known.erase(name) != 0) {
-            callBack(gone, pathOf(name));
+            callBack(gone, path);
         }
     }
 

@@ -1,5 +1,6 @@
 #include "discovery/ProcessWatch.hpp"
 
+#include "carrier/AwaitMemory.hpp"
 #include "carrier/ProcessDescriptor.hpp"
 #include "discovery/Descriptor.hpp"
 #include "discovery/LocalAddress.hpp"
@@ -57,7 +58,7 @@ private:
                 if (self->hasEnded()) {
                     self->report();
                 } else {
-                    self->wait();
+                    awaitMemoryFor([&] { self->wait(); });
                 }
             });
     }

@@ -1,5 +1,6 @@
 #include "discovery/TargetPeers.hpp"
 
+#include "carrier/AwaitMemory.hpp"
 #include "discovery/BlockedSignals.hpp"
 #include "discovery/NameResolution.hpp"
 
@@ -11,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <random>
 #include <stdexcept>
 #include <system_error>
@@ -34,7 +36,16 @@ std::vector<HostPort> numbersOf(const HostPort& host, Resolution resolution) {
     return numbers;
 }
 
-Answer ask(const TargetPeers::Resolver& resolver, const HostPort& host) {
+/// Return the text of an error, or of the one that there is no memory for it.
+std::string textOf(const std::exception& error) noexcept {
+    try {
+        return error.what();
+    } catch (const std::bad_alloc&) {
+        return "No memory left."; // a string has room for it in itself
+    }
+}
+
+Answer ask(const TargetPeers::Resolver& resolver, const HostPort& host) noexcept {
     Answer answer;
     try {
         answer.addresses = resolver(host);
@@ -42,7 +53,7 @@ Answer ask(const TargetPeers::Resolver& resolver, const HostPort& host) {
             answer.failure = "Address " + toText(host) + ": no addresses";
         }
     } catch (const std::exception& error) {
-        answer.failure = error.what();
+        answer.failure = textOf(error);
     }
     return answer;
 }
@@ -148,27 +159,35 @@ private:
 
     void resolveNow(const std::string& text, Target& target) {
         target.busy = true;
-        if (auto numbers = numbersOfNumeric(target.host); !numbers.empty()) {
-            take(text, {std::move(numbers), {}});
-            return;
-        }
         try {
-            const BlockedSignals inTheThread;
-            std::thread([wayBack = wayBack, weak = weak_from_this(), resolver = resolver, text,
-                         host = target.host] {
-                Answer answer = ask(resolver, host);
+            if (auto numbers = numbersOfNumeric(target.host); !numbers.empty()) {
+                take(text, {std::move(numbers), {}});
+            } else {
+                askInAThread(text, target.host);
+            }
+        } catch (const std::exception& error) {
+            fail(text, textOf(error));
+        }
+    }
+
+    void askInAThread(const std::string& text, const HostPort& host) {
+        const auto answer = std::make_shared<Answer>();
+        const BlockedSignals inTheThread;
+        std::thread([wayBack = wayBack, weak = weak_from_this(), resolver = resolver, host, answer,
+                     text = std::make_shared<const std::string>(text)] {
+            *answer = ask(resolver, host);
+            awaitMemoryFor([&] {
                 const std::lock_guard lock(wayBack->mutex);
                 if (wayBack->context != nullptr) {
-                    boost::asio::post(*wayBack->context, [weak, text, answer = std::move(answer)] {
+                    // Nothing that takes memory to be moved.
+                    boost::asio::post(*wayBack->context, [weak, text, answer = answer] {
                         if (const auto self = weak.lock(); self && !self->closed) {
-                            self->take(text, answer);
+                            self->take(*text, *answer);
                         }
                     });
                 }
-            }).detach();
-        } catch (const std::system_error& error) {
-            take(text, {{}, error.what()});
-        }
+            });
+        }).detach();
     }
 
     void resolveLater(const std::string& text, Target& target) {
@@ -195,19 +214,30 @@ private:
     }
 
     void take(const std::string& text, const Answer& answer) {
-        Target& target = targets.at(text);
         if (answer.addresses.empty()) {
-            resolveLater(targets.find(text)->first, target);
-            callBack(failed, text, answer.failure);
+            fail(text, answer.failure);
             return;
         }
+        Target& target = targets.at(text);
         target.busy = false;
-        std::vector<TargetAddress> addresses;
-        for (const HostPort& numeric : answer.addresses) {
-            const std::string name = target.host.host.substr(0, target.host.host.find('%'));
-            addresses.push_back({text, name, numeric});
+        try {
+            std::vector<TargetAddress> addresses;
+            for (const HostPort& numeric : answer.addresses) {
+                const std::string name = target.host.host.substr(0, target.host.host.find('%'));
+                addresses.push_back({text, name, numeric});
+            }
+            resolved(text, addresses);
+        } catch (const std::exception& error) {
+            if (!closed) {
+                fail(text, textOf(error));
+            }
         }
-        callBack(resolved, text, addresses);
+    }
+
+    void fail(const std::string& text, const std::string& reason) {
+        const auto target = targets.find(text);
+        awaitMemoryFor([&] { resolveLater(target->first, target->second); });
+        callBack(failed, text, reason);
     }
 
     boost::asio::io_context& context;
@@ -244,11 +274,11 @@ TargetPeers::TargetPeers(
 TargetPeers::~TargetPeers() = default;
 
 void TargetPeers::retry(const std::string& target) {
-    state->post([target](State& self) { self.retry(target); });
+    state->post([target = std::string(target)](State& self) { self.retry(target); });
 }
 
 void TargetPeers::connected(const std::string& target) {
-    state->post([target](State& self) { self.connected(target); });
+    state->post([target = std::string(target)](State& self) { self.connected(target); });
 }
 
 } // namespace agent::orvi::remoting::details

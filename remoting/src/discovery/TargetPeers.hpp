@@ -30,7 +30,8 @@ struct TargetAddress {
 /// Thread safety: thread-safe.
 class TargetPeers {
 public:
-    /// Receives all addresses of a target, at least one, each time it was resolved.
+    /// Receives all addresses of a target, at least one, each time it was resolved. Where it throws
+    /// what is derived from std::exception, the target has failed with its text.
     using Resolved =
         std::function<void(const std::string& target, const std::vector<TargetAddress>& addresses)>;
 
