@@ -22,6 +22,10 @@
 #include <boost/asio/steady_timer.hpp>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <exception>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -51,6 +55,9 @@ constexpr std::chrono::milliseconds longestBusyRetry{500};
 
 /// A connection that has lasted for this long was not in vain: the next attempt follows soon again.
 constexpr std::chrono::milliseconds usefulTime{5000};
+
+/// How often attempts to connect to targets are made sooner because a look-up begins.
+constexpr std::chrono::milliseconds hurryTime{1000};
 
 constexpr std::string_view socketPrefix = "unix:"; // of the addresses of local endpoints
 
@@ -107,7 +114,12 @@ public:
                     alive->linkChanged(link, end);
                 }
             },
-            options.limits);
+            options.limits,
+            options.targets.empty() ? std::function<void()>() : [self = weak_from_this()] {
+                if (const auto alive = self.lock()) {
+                    alive->lookUpBegun();
+                }
+            });
         // What they report finds both of them there.
         housekeeper.runAndWait([&] { lookForPeers(options); });
         // What a handler posts is queued when it ends, which is after others hear of its end: what
@@ -182,13 +194,15 @@ private:
             }
             targets = std::make_unique<TargetPeers>(
                 housekeeper, options.targets,
-                [this](const std::string& target, const std::vector<TargetAddress>& addresses) {
-                    targetResolved(target, addresses);
-                },
-                [this](const std::string& target, const std::string& reason) {
-                    unresolved.insert(target);
-                    setStatus({target, PeerStatus::State::failed, "", reason});
-                });
+                TargetPeers::Callbacks{
+                    [this](const TargetAddress& address) { connectTarget(address); },
+                    [this](const std::string& target, const std::vector<TargetAddress>& addresses) {
+                        targetResolved(target, addresses);
+                    },
+                    [this](const std::string& target, const std::string& reason) {
+                        unresolved.insert(target);
+                        setStatus({target, PeerStatus::State::failed, "", reason});
+                    }});
         }
         if (options.local) {
             localPeers = std::make_unique<LocalPeers>(
@@ -272,9 +286,6 @@ private:
         for (const TargetAddress& address : addresses) {
             named.insert(address.address());
         }
-        for (const TargetAddress& address : addresses) {
-            connectTarget(address);
-        }
         forgetUnnamedTargets();
         table->lookAgain();
     }
@@ -282,7 +293,7 @@ private:
     /// Forget what is not connected and what no target leads to any more.
     void forgetUnnamedTargets() {
         const auto isNamed = [this](const std::string& address) {
-            return unresolved.contains(address) || targetOfAddress.contains(address) ||
+            return unresolved.contains(address) || connectedTargets.contains(address) ||
                    std::any_of(
                        addressesOfTarget.begin(), addressesOfTarget.end(),
                        [&](const auto& target) { return target.second.contains(address); });
@@ -294,28 +305,49 @@ private:
     }
 
     void connectTarget(const TargetAddress& address) {
+        if (closed) {
+            return;
+        }
         const std::string name = address.address();
-        if (closed || targetOfAddress.contains(name)) {
-            return;
-        }
-        if (!certificates && !isLoopback(address)) {
-            setStatus(
-                {name, PeerStatus::State::failed, "",
-                 "Without TLS, only loopback addresses are connected to."});
-            return;
-        }
         setStatus({name, PeerStatus::State::connecting, "", ""});
-        targetOfAddress[name] = address.target;
         try {
+            if (!certificates && !isLoopback(address)) {
+                throw std::runtime_error(
+                    "Without TLS, only loopback addresses are connected to.");
+            }
+            connectedTargets.insert_or_assign(name, address);
             connect(
                 ClientConnection::tcp(
                     reactor, grpcAddress(address), address.hostName,
                     certificates ? clientCredentials(*certificates->current()) : nullptr,
                     keepalive),
                 name);
-        } catch (...) {
-            targetOfAddress.erase(name);
+        } catch (const std::exception& error) {
+            connectedTargets.erase(name);
+            setStatus({name, PeerStatus::State::failed, "", error.what()});
             throw;
+        }
+    }
+
+    /// Make attempts that wait now, since somebody has begun to look for what they may find; not
+    /// all the time, as many look-ups may begin. Any thread.
+    void lookUpBegun() noexcept {
+        using Clock = std::chrono::steady_clock;
+        const Clock::rep now = Clock::now().time_since_epoch().count();
+        Clock::rep next = nextHurry.load(std::memory_order_relaxed);
+        const Clock::rep later = now + Clock::duration(hurryTime).count();
+        if (now < next ||
+            !nextHurry.compare_exchange_strong(next, later, std::memory_order_relaxed)) {
+            return;
+        }
+        try {
+            boost::asio::post(housekeeper.context(), [weak = weak_from_this()] {
+                if (const auto self = weak.lock(); self && !self->closed && self->targets) {
+                    self->targets->hurry();
+                }
+            });
+        } catch (...) {
+            // They are made in their own time.
         }
     }
 
@@ -358,11 +390,8 @@ private:
         }
         const auto since = connectedSince.extract(address);
         const bool wasUseful = since && now - since.mapped() >= usefulTime;
-        if (const auto target = targetOfAddress.extract(address)) {
-            if (wasUseful) {
-                targets->connected(target.mapped());
-            }
-            awaitMemoryFor([&] { targets->retry(target.mapped()); });
+        if (const auto target = connectedTargets.extract(address)) {
+            awaitMemoryFor([&] { targets->lost(target.mapped(), wasUseful); });
             return;
         }
         const std::filesystem::path socket = address.substr(socketPrefix.size());
@@ -423,13 +452,15 @@ private:
     std::set<std::filesystem::path> present;
     std::map<std::filesystem::path, Retry> retries;
     std::map<std::filesystem::path, ProcessWatch> processes;
-    std::map<std::string, std::string> targetOfAddress; // while there is a connection
+    std::map<std::string, TargetAddress> connectedTargets; // by address, connecting ones as well
     std::map<std::string, std::chrono::steady_clock::time_point> connectedSince;
     std::map<std::string, std::set<std::string>> addressesOfTarget; // as they were resolved last
     std::set<std::string> unresolved;                               // targets
 
     std::unique_ptr<LocalPeers> localPeers;
     std::unique_ptr<TargetPeers> targets;
+
+    std::atomic<std::chrono::steady_clock::rep> nextHurry{0};
 
     mutable std::mutex mutex;
     std::map<std::string, PeerStatus> statuses; // by address

@@ -76,13 +76,17 @@ void insist(const Action& action) noexcept {
 
 std::shared_ptr<ImportTable> ImportTable::open(
     const cppmicroservices::BundleContext& context, std::shared_ptr<Executor> executor,
-    LinkChanged linkChanged, const ImporterLimits& limits) {
+    LinkChanged linkChanged, const ImporterLimits& limits, LookUpBegun lookUpBegun) {
     auto table =
         std::make_shared<ImportTable>(context, std::move(executor), std::move(linkChanged), limits);
     table->wants = std::make_shared<Wants>(
-        [self = std::weak_ptr(table)](const Wants::Want& want, bool wanted) {
+        [self = std::weak_ptr(table),
+         begun = std::move(lookUpBegun)](const Wants::Want& want, bool wanted) {
             if (const auto alive = self.lock()) {
                 alive->wantChanged(want, wanted);
+                if (wanted && begun) {
+                    begun();
+                }
             }
         });
     table->listeners = RegistryListeners::of(table->context);

@@ -34,10 +34,14 @@ public:
     /// Told of a link that has connected, with a null end, or that has ended. It must not wait.
     using LinkChanged = std::function<void(PeerLink& link, const StreamEnd* end)>;
 
+    /// Told when somebody begins to look for something that peers may have. It must neither wait
+    /// nor throw.
+    using LookUpBegun = std::function<void()>;
+
     /// Look for what the registry's listeners look for.
     static std::shared_ptr<ImportTable> open(
         const cppmicroservices::BundleContext& context, std::shared_ptr<Executor> executor,
-        LinkChanged linkChanged, const ImporterLimits& limits = {});
+        LinkChanged linkChanged, const ImporterLimits& limits = {}, LookUpBegun lookUpBegun = {});
 
     /// Use `open`.
     ImportTable(

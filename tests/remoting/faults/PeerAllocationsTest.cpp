@@ -90,8 +90,10 @@ TEST_F(PeerAllocations, MayFailAndTargetsAreResolvedInTheEnd) {
         };
         const TargetPeers peers(
             housekeeper, targets,
-            [&](const std::string& target, const auto&) { add(resolved, target); },
-            [&](const std::string& target, const auto&) { add(failed, target); }, resolver, fast);
+            {[](const TargetAddress&) {},
+             [&](const std::string& target, const auto&) { add(resolved, target); },
+             [&](const std::string& target, const auto&) { add(failed, target); }},
+            resolver, fast);
         for (const std::string& target : targets) {
             EXPECT_TRUE(resolved.waitForEvent(target)) << target;
         }
@@ -106,13 +108,15 @@ TEST_F(PeerAllocations, AreNotMissedByATargetWhoseAddressesNobodyCanTake) {
     EventLog<int> taken;
     const TargetPeers peers(
         housekeeper, {"192.0.2.1:80"},
-        [&](const std::string&, const auto&) {
-            if (++attempts < 3) {
-                throw std::bad_alloc();
-            }
-            taken.add(attempts);
-        },
-        [&](const std::string&, const std::string& reason) { add(failed, reason); }, {}, fast);
+        {[](const TargetAddress&) {},
+         [&](const std::string&, const auto&) {
+             if (++attempts < 3) {
+                 throw std::bad_alloc();
+             }
+             taken.add(attempts);
+         },
+         [&](const std::string&, const std::string& reason) { add(failed, reason); }},
+        {}, fast);
     EXPECT_EQ(taken.waitFor(1), std::vector<int>{3});
     EXPECT_EQ(failed.all(), std::vector<std::string>(2, std::bad_alloc().what()));
 }

@@ -228,8 +228,9 @@ TEST_P(SystemCallFaults, AllTargetsAreResolvedWhateverFailsOnTheWay) {
         {
             const TargetPeers peers(
                 housekeeper, targets,
-                [&](const std::string& target, const auto&) { resolved.add(target); },
-                [&](const std::string& target, const auto&) { failed.add(target); });
+                {[](const TargetAddress&) {},
+                 [&](const std::string& target, const auto&) { resolved.add(target); },
+                 [&](const std::string& target, const auto&) { failed.add(target); }});
             for (const std::string& target : targets) {
                 EXPECT_TRUE(resolved.waitForEvent(target)) << target;
             }

@@ -1,6 +1,8 @@
 #include "remoting/safety/NameService.hpp"
 
+#include <map>
 #include <mutex>
+#include <optional>
 #include <utility>
 
 #include <dlfcn.h>
@@ -9,51 +11,45 @@
 namespace agent::orvi::remoting::test {
 namespace {
 
+struct Entry {
+    std::vector<std::string> addresses;
+    std::function<void()> whenAsked;
+};
+
 std::mutex mutex;
-std::string knownName;           // guarded by mutex
-std::string knownAddress;        // guarded by mutex
-std::function<void()> whenAsked; // guarded by mutex
+std::map<std::string, Entry> entries; // guarded by mutex
 
-/// Say whether a look-up is one of the name, and not of a numeric address.
-bool isAskedFor(const char* name, const addrinfo* hints) {
+/// Return what is said of a name; nothing when the system is to be asked, as for numeric addresses.
+std::optional<Entry> entryOf(const char* name, const addrinfo* hints) {
+    if (name == nullptr || (hints != nullptr && (hints->ai_flags & AI_NUMERICHOST) != 0)) {
+        return std::nullopt;
+    }
     const std::lock_guard lock(mutex);
-    return name != nullptr && !knownName.empty() && name == knownName &&
-           (hints == nullptr || (hints->ai_flags & AI_NUMERICHOST) == 0);
-}
-
-void announce() {
-    std::function<void()> callback;
-    {
-        const std::lock_guard lock(mutex);
-        callback = whenAsked;
-    }
-    if (callback) {
-        callback();
-    }
+    const auto entry = entries.find(name);
+    return entry == entries.end() ? std::nullopt : std::optional(entry->second);
 }
 
 } // namespace
 
-NameService::NameService(std::string name) {
+NameService::NameService(std::string name)
+    : name(std::move(name)) {
     const std::lock_guard lock(mutex);
-    knownName = std::move(name);
-    knownAddress.clear();
+    entries[this->name] = {};
 }
 
 NameService::~NameService() {
     const std::lock_guard lock(mutex);
-    knownName.clear();
-    whenAsked = nullptr;
+    entries.erase(name);
 }
 
-void NameService::set(const std::string& address) {
+void NameService::set(const std::vector<std::string>& addresses) {
     const std::lock_guard lock(mutex);
-    knownAddress = address;
+    entries[name].addresses = addresses;
 }
 
 void NameService::callWhenAsked(std::function<void()> callback) {
     const std::lock_guard lock(mutex);
-    whenAsked = std::move(callback);
+    entries[name].whenAsked = std::move(callback);
 }
 
 } // namespace agent::orvi::remoting::test
@@ -63,14 +59,22 @@ getaddrinfo(const char* node, const char* service, const addrinfo* hints, addrin
     using namespace agent::orvi::remoting::test;
     static const auto real =
         reinterpret_cast<decltype(&::getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));
-    std::string asked = node == nullptr ? "" : node;
-    if (isAskedFor(node, hints)) {
-        announce();
-        const std::lock_guard lock(mutex);
-        if (knownAddress.empty()) {
-            return EAI_NONAME;
-        }
-        asked = knownAddress;
+    const auto entry = entryOf(node, hints);
+    if (!entry) {
+        return real(node, service, hints, result);
     }
-    return real(node == nullptr ? nullptr : asked.c_str(), service, hints, result);
+    if (entry->whenAsked) {
+        entry->whenAsked();
+    }
+    int error = EAI_NONAME;
+    for (const std::string& address : entryOf(node, hints).value_or(*entry).addresses) {
+        error = real(address.c_str(), service, hints, result);
+        if (error != 0) {
+            return error;
+        }
+        while (*result != nullptr) {
+            result = &(*result)->ai_next;
+        }
+    }
+    return error;
 }

@@ -24,11 +24,14 @@ public:
     /// Serves one stream, on a thread of its own, until it returns.
     using Script = std::function<grpc::Status(grpc::ServerContext& context, Stream& stream)>;
 
-    /// Start to serve on a loopback address.
+    /// Start to serve on 127.0.0.1.
+    ///
+    /// @param port 0 for one that is free.
     RawEndpoint(
         Script control, Script call,
         const std::shared_ptr<grpc::ServerCredentials>& credentials =
-            grpc::InsecureServerCredentials());
+            grpc::InsecureServerCredentials(),
+        int port = 0);
 
     /// Cancel all streams.
     ~RawEndpoint();
