@@ -56,46 +56,30 @@ grpc::ByteBuffer response(const char (&bytes)[2]) {
 } // namespace
 
 /// One call, from before it comes until it has ended.
-class HealthService::Call final : public Operation {
+class HealthService::Call final {
 public:
     explicit Call(HealthService& owner)
         : owner(owner) {
         owner.callBegun();
         try {
-            owner.service.RequestCall(&context, &call, &owner.queue, &owner.notifications, tag());
+            context.AsyncNotifyWhenDone(leaving.tag());
+            owner.service.RequestCall(
+                &context, &call, &owner.queue, &owner.notifications, accepting.tag());
         } catch (...) {
             owner.callEnded();
             throw;
         }
     }
 
-    void completed(bool ok) override {
-        const Step done = step;
-        if (!ok || done == Step::finish) {
-            if (done == Step::accept || done == Step::finish) {
-                end();
-            } else {
-                finish(grpc::Status::OK); // the client has gone
-            }
+private:
+    using Step = StreamOperation<Call>;
+
+    void accepted(bool ok) {
+        if (!ok) {
+            end(); // the server shuts down
             return;
         }
-        switch (done) {
-        case Step::accept:
-            accepted();
-            break;
-        case Step::read:
-            answer();
-            break;
-        default:
-            // A watcher hears no more: what is served here is served until the end.
-            read(Step::watch);
-        }
-    }
-
-private:
-    enum class Step { accept, read, write, watch, finish };
-
-    void accepted() {
+        leaving.underWay = true;
         bool full = false;
         {
             const std::lock_guard lock(owner.mutex);
@@ -107,35 +91,67 @@ private:
         if (full) {
             finish({grpc::StatusCode::RESOURCE_EXHAUSTED, "There are too many health checks."});
         } else if (watching || context.method() == prefix + "Check") {
-            read(Step::read);
+            reading.underWay = true;
+            call.Read(&message, reading.tag());
         } else {
             finish({grpc::StatusCode::UNIMPLEMENTED, "The endpoint has no such method."});
         }
     }
 
-    void read(Step next) {
-        step = next;
-        call.Read(&message, tag());
-    }
-
-    void answer() {
+    void requestRead(bool ok) {
+        reading.underWay = false;
+        if (!ok) {
+            finish(grpc::Status::OK); // there is none, or the client has gone
+            return;
+        }
         const std::optional<std::string> name = requestedName(message);
         if (!name) {
             finish({grpc::StatusCode::INVALID_ARGUMENT, "The request is malformed."});
         } else if (watching) {
-            step = Step::write;
-            call.Write(response(isKnown(*name) ? serving : unknownService), tag());
+            writing.underWay = true;
+            call.Write(response(isKnown(*name) ? serving : unknownService), writing.tag());
         } else if (isKnown(*name)) {
-            step = Step::finish;
-            call.WriteAndFinish(response(serving), grpc::WriteOptions(), grpc::Status::OK, tag());
+            finishing.underWay = true;
+            call.WriteAndFinish(
+                response(serving), grpc::WriteOptions(), grpc::Status::OK, finishing.tag());
         } else {
             finish({grpc::StatusCode::NOT_FOUND, "The endpoint has no such service."});
         }
     }
 
+    /// A watcher has been told. It hears no more: what is served here is served until the end.
+    void responseWritten(bool ok) {
+        writing.underWay = false;
+        if (!ok || !leaving.underWay) {
+            finish(grpc::Status::CANCELLED);
+        }
+    }
+
+    void callFinished(bool) {
+        finishing.underWay = false;
+        finished = true;
+        if (!leaving.underWay) {
+            end();
+        }
+    }
+
+    /// The call is over, or the client has cancelled it or is gone. A watcher that only has no more
+    /// to say is still there.
+    void clientLeft(bool) {
+        leaving.underWay = false;
+        if (reading.underWay || writing.underWay || finishing.underWay) {
+            return;
+        }
+        if (finished) {
+            end();
+        } else {
+            finish(grpc::Status::CANCELLED);
+        }
+    }
+
     void finish(const grpc::Status& status) {
-        step = Step::finish;
-        call.Finish(status, tag());
+        finishing.underWay = true;
+        call.Finish(status, finishing.tag());
     }
 
     void end() {
@@ -149,7 +165,12 @@ private:
     grpc::GenericServerAsyncReaderWriter call{&context};
     grpc::ByteBuffer message;
     bool watching = false;
-    Step step = Step::accept;
+    bool finished = false;
+    Step accepting{*this, &Call::accepted};
+    Step reading{*this, &Call::requestRead};
+    Step writing{*this, &Call::responseWritten};
+    Step finishing{*this, &Call::callFinished};
+    Step leaving{*this, &Call::clientLeft}; // from the acceptance to the very end
 };
 
 HealthService::HealthService(

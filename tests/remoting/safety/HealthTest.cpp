@@ -1,6 +1,16 @@
+#include "discovery/Descriptor.hpp"
+#include "remoting/discovery/Sockets.hpp"
 #include "remoting/safety/EndpointTest.hpp"
 
+#include <grpcpp/create_channel_posix.h>
+
+#include <cstddef>
+#include <utility>
 #include <vector>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace agent::orvi::remoting::test {
 namespace {
@@ -14,16 +24,50 @@ const std::string unknownService("\x08\x03", 2);
 /// field 1, a response its status as field 1.
 class HealthTest : public EndpointTest {
 protected:
+    using Watchers = std::vector<std::unique_ptr<RawStream>>;
+
     static std::string about(const std::string& name) {
         return "\x0a" + std::string(1, static_cast<char>(name.size())) + name;
     }
 
     std::unique_ptr<RawStream> ask(const std::string& method, const std::string& request) const {
-        auto stream = std::make_unique<RawStream>(connect(), method);
+        return ask(connect(), method, request);
+    }
+
+    static std::unique_ptr<RawStream> ask(
+        const std::shared_ptr<grpc::Channel>& channel, const std::string& method,
+        const std::string& request) {
+        auto stream = std::make_unique<RawStream>(channel, method);
         stream->send(request);
         stream->halfClose();
         return stream;
     }
+
+    /// Add watchers until one is refused.
+    ///
+    /// @return how that one has ended.
+    static grpc::Status
+    addAll(Watchers& watchers, const std::shared_ptr<grpc::Channel>& channel) {
+        while (watchers.size() < 1000) {
+            auto added = ask(channel, watch, "");
+            if (added->receiveBytes() != serving) {
+                return added->end();
+            }
+            watchers.push_back(std::move(added));
+        }
+        return grpc::Status::OK;
+    }
+
+    /// Say whether there comes to be room for as many as ever.
+    bool hasRoomForAll() const {
+        return eventually([&] {
+            Watchers watchers;
+            addAll(watchers, connect());
+            return watchers.size() == most;
+        });
+    }
+
+    static constexpr std::size_t most = 256;
 };
 
 TEST_F(HealthTest, SaysThatTheEndpointServes) {
@@ -75,36 +119,56 @@ TEST_F(HealthTest, DoesNotKnowOtherMethods) {
 
 TEST_F(HealthTest, TellsWatchersUntilTheEndpointCloses) {
     open();
-    RawStream known(connect(), watch);
-    known.send(about("orvi.remoting.v1.Streams"));
-    RawStream unknown(connect(), watch);
-    unknown.send(about("no.such.Service"));
-    EXPECT_EQ(known.receiveBytes(), serving);
-    EXPECT_EQ(unknown.receiveBytes(), unknownService);
+    const auto known = ask(watch, about("orvi.remoting.v1.Streams"));
+    const auto unknown = ask(watch, about("no.such.Service"));
+    EXPECT_EQ(known->receiveBytes(), serving);
+    EXPECT_EQ(unknown->receiveBytes(), unknownService);
     endpoint.reset();
-    EXPECT_FALSE(known.end().ok());
-    EXPECT_FALSE(unknown.end().ok());
+    EXPECT_FALSE(known->end().ok());
+    EXPECT_FALSE(unknown->end().ok());
 }
 
 TEST_F(HealthTest, IsRefusedToMoreThanItHasRoomFor) {
     open();
-    const auto channel = connect();
-    std::vector<std::unique_ptr<RawStream>> watchers;
-    grpc::Status refused;
-    while (refused.ok() && watchers.size() < 1000) {
-        auto& added = watchers.emplace_back(std::make_unique<RawStream>(channel, watch));
-        added->send("");
-        if (added->receiveBytes() != serving) {
-            refused = added->end();
-        }
-    }
-    EXPECT_EQ(watchers.size(), 257U); // the last one was refused
+    Watchers watchers;
     EXPECT_THAT(
-        refused,
+        addAll(watchers, connect()),
         endsWith(grpc::StatusCode::RESOURCE_EXHAUSTED, "There are too many health checks."));
+    EXPECT_EQ(watchers.size(), most);
     EXPECT_TRUE(isServed());
+}
+
+TEST_F(HealthTest, ForgetsWatchersThatCancel) {
+    open();
+    const auto channel = connect();
+    Watchers watchers;
+    addAll(watchers, channel);
     watchers.clear();
-    EXPECT_TRUE(eventually([&] { return ask(check, "")->receiveBytes() == serving; }));
+    EXPECT_TRUE(hasRoomForAll());
+}
+
+TEST_F(HealthTest, ForgetsWatchersWhoseConnectionIsLost) {
+    open();
+    const std::string path = endpoint->addresses().at(0).substr(std::string("unix:").size());
+    details::Descriptor socket = newLocalSocket();
+    ASSERT_EQ(withPath(::connect, socket.get(), path), 0);
+    const details::Descriptor same(::dup(socket.get()));
+    ASSERT_EQ(::fcntl(socket.get(), F_SETFL, O_NONBLOCK), 0);
+    const auto channel = grpc::CreateInsecureChannelFromFd("localhost", socket.release());
+    Watchers watchers;
+    addAll(watchers, channel);
+    EXPECT_EQ(watchers.size(), most);
+    ASSERT_EQ(::shutdown(same.get(), SHUT_RDWR), 0);
+    EXPECT_TRUE(hasRoomForAll());
+}
+
+TEST_F(HealthTest, TellsAWatcherThatHasNotHalfClosed) {
+    open();
+    RawStream watcher(connect(), watch);
+    watcher.send("");
+    EXPECT_EQ(watcher.receiveBytes(), serving);
+    endpoint.reset();
+    EXPECT_FALSE(watcher.end().ok());
 }
 
 /// The service by which gRPC clients learn what a server speaks.
