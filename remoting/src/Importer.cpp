@@ -312,8 +312,7 @@ private:
         setStatus({name, PeerStatus::State::connecting, "", ""});
         try {
             if (!certificates && !isLoopback(address)) {
-                throw std::runtime_error(
-                    "Without TLS, only loopback addresses are connected to.");
+                throw std::runtime_error("Without TLS, only loopback addresses are connected to.");
             }
             connectedTargets.insert_or_assign(name, address);
             connect(

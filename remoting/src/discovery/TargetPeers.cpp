@@ -81,8 +81,7 @@ struct WayBack {
 
 class TargetPeers::State : public std::enable_shared_from_this<State> {
 public:
-    State(
-        boost::asio::io_context& context, Callbacks callbacks, Resolver resolver, Backoff backoff)
+    State(boost::asio::io_context& context, Callbacks callbacks, Resolver resolver, Backoff backoff)
         : context(context)
         , callbacks(std::move(callbacks))
         , resolver(std::move(resolver))

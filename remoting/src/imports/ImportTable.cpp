@@ -79,9 +79,9 @@ std::shared_ptr<ImportTable> ImportTable::open(
     LinkChanged linkChanged, const ImporterLimits& limits, LookUpBegun lookUpBegun) {
     auto table =
         std::make_shared<ImportTable>(context, std::move(executor), std::move(linkChanged), limits);
-    table->wants = std::make_shared<Wants>(
-        [self = std::weak_ptr(table),
-         begun = std::move(lookUpBegun)](const Wants::Want& want, bool wanted) {
+    table->wants =
+        std::make_shared<Wants>([self = std::weak_ptr(table), begun = std::move(lookUpBegun)](
+                                    const Wants::Want& want, bool wanted) {
             if (const auto alive = self.lock()) {
                 alive->wantChanged(want, wanted);
                 if (wanted && begun) {

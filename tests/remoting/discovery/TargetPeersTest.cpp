@@ -301,17 +301,19 @@ TEST_F(TargetPeersTest, TriesTheNextTargetOfAnAddressAtOnce) {
 TEST_F(TargetPeersTest, TriesAnAddressForTheTargetThatStillHasIt) {
     std::atomic<bool> moved = false;
     const HostPort elsewhere{"192.0.2.9", 80};
+    std::promise<void> oneIsDue;
     const auto peers = find(
         {"one:80", "other:80"},
-        [&](const HostPort& host) {
+        [&, oneIsFirst = oneIsDue.get_future().share()](const HostPort& host) {
+            if (host.host == "other") {
+                oneIsFirst.wait();
+            }
             return std::vector{moved && host.host == "one" ? elsewhere : one[0]};
         },
         fast);
-    resolved.waitFor(2);
-    if (due.waitFor(1).at(0) == ofOther) {
-        peers->lost(ofOther, false);
-    }
     ASSERT_TRUE(due.waitForEvent(ofOne));
+    oneIsDue.set_value();
+    resolved.waitFor(2);
     moved = true;
     const std::size_t before = due.all().size();
     peers->lost(ofOne, true);
@@ -363,10 +365,7 @@ TEST_F(TargetPeersTest, StartsWithShortTimesAgainOnceItWasConnected) {
 TEST_F(TargetPeersTest, TriesAtOnceWhenSomebodyBeginsToWait) {
     std::atomic<int> addresses = 0;
     const auto peers = find(
-        {"host:80"},
-        [&](const HostPort& host) {
-            return addresses > 0 ? two : (*names)(host);
-        },
+        {"host:80"}, [&](const HostPort& host) { return addresses > 0 ? two : (*names)(host); },
         once);
     ASSERT_FALSE(failed.waitFor(1).empty());
     addresses = 2;

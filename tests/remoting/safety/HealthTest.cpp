@@ -34,8 +34,8 @@ protected:
         return ask(connect(), method, request);
     }
 
-    static std::unique_ptr<RawStream> ask(
-        const std::shared_ptr<grpc::Channel>& channel, const std::string& method,
+    static std::unique_ptr<RawStream>
+    ask(const std::shared_ptr<grpc::Channel>& channel, const std::string& method,
         const std::string& request) {
         auto stream = std::make_unique<RawStream>(channel, method);
         stream->send(request);
@@ -46,8 +46,7 @@ protected:
     /// Add watchers until one is refused.
     ///
     /// @return how that one has ended.
-    static grpc::Status
-    addAll(Watchers& watchers, const std::shared_ptr<grpc::Channel>& channel) {
+    static grpc::Status addAll(Watchers& watchers, const std::shared_ptr<grpc::Channel>& channel) {
         while (watchers.size() < 1000) {
             auto added = ask(channel, watch, "");
             if (added->receiveBytes() != serving) {

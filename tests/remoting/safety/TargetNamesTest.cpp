@@ -132,8 +132,7 @@ TEST_F(TargetNamesTest, FindAnAddressAgainWhateverBecomesOfTheOthers) {
 
 TEST_F(TargetNamesTest, AreTriedAllWhereTheyShareAnAddress) {
     CertificateAuthority authority;
-    const TlsFiles files =
-        authority.certify("endpoint", {.alternativeNames = "DNS:endpoint.test"});
+    const TlsFiles files = authority.certify("endpoint", {.alternativeNames = "DNS:endpoint.test"});
     grpc::SslServerCredentialsOptions server(
         GRPC_SSL_REQUEST_AND_REQUIRE_CLIENT_CERTIFICATE_AND_VERIFY);
     server.pem_root_certs = contentOf(files.authorities);

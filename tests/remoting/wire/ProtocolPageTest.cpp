@@ -118,6 +118,7 @@ TEST(ProtocolPageTest, HasTheLimitsOfTheCode) {
     const std::map<std::string, std::size_t> expected = {
         {"bytes of a frame", maximumFrameSize},
         {"bytes of the filter of a look-up", maximumFilterSize},
+        {"bytes of a name in an endpoint's greeting", maximumPeerName},
         {"slots of a request or an answer", maximumSlots},
         {"levels of lists and maps in a property", maximumNesting},
         {"levels of messages in a frame", maximumMessageDepth},
