@@ -9,6 +9,7 @@
 #include <ostream>
 #include <string>
 
+#include <malloc.h>
 #include <sys/types.h>
 
 namespace agent::orvi::remoting::test {
@@ -51,6 +52,12 @@ inline ProcessFigures figuresOf(pid_t process) {
         status.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
     }
     return figures;
+}
+
+/// Return how many bytes this process has allocated in blocks that have no mapping of their own
+/// (see M_MMAP_THRESHOLD) and not freed; 0 where a sanitizer allocates.
+inline std::uint64_t memoryInSmallBlocks() {
+    return ::mallinfo2().uordblks;
 }
 
 /// Count the peak of a process's memory from now on.

@@ -85,6 +85,11 @@ std::string RemoteComponent::reply() {
         rest.substr(0, afterType), rest.substr(std::min(afterType + 1, rest.size())));
 }
 
+bool RemoteComponent::hasAnswered() const {
+    pollfd answer{output, POLLIN, 0};
+    return !pending.empty() || ::poll(&answer, 1, 0) > 0;
+}
+
 std::string RemoteComponent::readLine() {
     for (;;) {
         const std::size_t end = pending.find('\n');

@@ -47,6 +47,9 @@ public:
     void tell(const std::string& command);
     std::string reply();
 
+    /// Say whether `reply` would not wait.
+    bool hasAnswered() const;
+
     void signal(int number) const;
 
     /// Stop it by SIGSTOP. When this returns all of its threads stand still, until it gets SIGCONT.

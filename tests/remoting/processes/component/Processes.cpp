@@ -1,5 +1,6 @@
 #include "remoting/processes/component/Processes.hpp"
 
+#include "remoting/processes/ProcessFigures.hpp"
 #include "support/Sanitizers.hpp"
 
 #include <array>
@@ -104,6 +105,7 @@ void addProcessVerbs(Verbs& verbs) {
     verbs["fork"] = forkAndStay;
     verbs["fork-and-exit"] = forkAndExit;
     verbs["execute"] = execute;
+    verbs["memory"] = [](const Command&) { return std::to_string(memoryInSmallBlocks()); };
     verbs["cut-local-connections"] = cutLocalConnections;
 }
 
