@@ -1,20 +1,30 @@
 #include "soak/CheckedStream.hpp"
 
-#include "remoting/processes/Checksum.hpp"
 #include "support/Registry.hpp"
 
+#include <orvi/core/InvocationErrors.hpp>
+#include <orvi/remoting/Errors.hpp>
+
+#include <cppmicroservices/ServiceException.h>
+
+#include <boost/core/demangle.hpp>
 #include <boost/uuid/uuid_io.hpp>
 
 #include <algorithm>
+#include <chrono>
 #include <fstream>
-#include <ios>
 #include <iterator>
+#include <thread>
+#include <typeinfo>
 #include <utility>
 
 namespace agent::orvi::remoting::test {
 namespace {
 
 using Random = CheckedStream::Random;
+using Traits = streambuf::StreamBuffer::traits_type;
+
+constexpr std::size_t singles = 300; // characters at a time, at most
 
 std::size_t between(Random& random, std::size_t least, std::size_t most) {
     return std::uniform_int_distribution<std::size_t>(least, most)(random);
@@ -26,6 +36,10 @@ std::string randomBytes(Random& random, std::size_t count) {
     return bytes;
 }
 
+std::string typeOf(const std::exception& error) {
+    return boost::core::demangle(typeid(error).name());
+}
+
 } // namespace
 
 CheckedStream::CheckedStream(
@@ -33,25 +47,30 @@ CheckedStream::CheckedStream(
     Random& random)
     : file(std::move(file))
     , name(std::move(name))
-    , uuid(streambuf::test::newUuid())
     , publisher(publisher)
     , totals(totals)
-    , content(randomBytes(random, between(random, 1, 512 * 1024))) {}
+    , content(randomBytes(random, between(random, 1, 512 * 1024))) {
+    std::ofstream(this->file, std::ios_base::binary) << content;
+}
 
 void CheckedStream::step(Random& random) {
     try {
-        if (!published || generation != publisher.generation()) {
-            buffer.reset();
-            publish(random);
+        if (!buffer && publisher.wasKilled(generation)) {
+            published = false;
         }
-        if (!buffer) {
-            connect();
+        if (!published && !publish(random)) {
+            return;
+        }
+        if (!buffer && !connect()) {
+            return;
         }
         const std::size_t choice = between(random, 0, 99);
-        if (choice < 60) {
+        if (choice < 50) {
             read(random);
-        } else if (choice < 90) {
+        } else if (choice < 80) {
             write(random);
+        } else if (choice < 90) {
+            readBeforeFlush(random);
         } else if (choice < 97) {
             buffer.reset();
         } else {
@@ -59,132 +78,265 @@ void CheckedStream::step(Random& random) {
         }
     } catch (const BrokenPromise&) {
         throw;
-    } catch (const std::exception&) {
-        // What was under way may have happened or not: the next publisher starts from what is
-        // known.
-        ++totals.errors;
-        buffer.reset();
-        published = false;
+    } catch (const std::exception& error) {
+        survive(error);
     }
 }
 
-void CheckedStream::publish(Random& random) {
-    published = false;
-    generation = publisher.generation();
-    notFound = false;
-    try {
-        publisher.ask("withdraw name=" + name);
-    } catch (const ComponentError&) {
-        // It has a new publisher, where it has not been published yet.
+/// Forget the publication that an error has ended.
+///
+/// @throws BrokenPromise when nobody has provoked the error.
+void CheckedStream::survive(const std::exception& error) {
+    if (!isProvoked(error)) {
+        ++totals.unexpected;
+        throw BrokenPromise(
+            "stream " + name + ": unexpected " + typeOf(error) + ": " + error.what());
     }
-    std::ofstream(file, std::ios_base::binary | std::ios_base::trunc) << content;
+    if (dynamic_cast<const PublisherKilled*>(&error) == nullptr) {
+        totals.addProvoked(typeOf(error));
+    }
+    buffer.reset();
+    published = false;
+}
+
+/// Say whether the error is what the end of the publishing process must lead to, and that has been
+/// killed.
+bool CheckedStream::isProvoked(const std::exception& error) const {
+    if (!publisher.wasKilled(generation)) {
+        return false;
+    }
+    if (dynamic_cast<const PublisherKilled*>(&error) != nullptr) {
+        return true;
+    }
+    if (buffer) {
+        const auto* const lost = dynamic_cast<const PeerLost*>(&error);
+        return lost != nullptr && lost->cause() == PeerLost::Cause::terminated;
+    }
+    // Connecting: it was gone before it was found, or between being found and being looked at.
+    const std::string text = error.what();
+    return (typeid(error) == typeid(std::runtime_error) &&
+            text == "Stream Buffer with orviStreambuf_" + boost::uuids::to_string(uuid) +
+                        " streamId was not found.") ||
+           (typeid(error) == typeid(cppmicroservices::ServiceException) &&
+            text == "No service is being tracked");
+}
+
+/// @return whether it is published now: one that was killed may have no successor yet.
+bool CheckedStream::publish(Random& random) {
+    const std::uint64_t current = publisher.generation();
+    if (publisher.wasKilled(current)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        return false;
+    }
+    compareFile(); // nobody writes there any more
+    generation = current;
+    uuid = streambuf::test::newUuid();
+    bufferSize = between(random, 0, 64 * 1024);
     publisher.ask(
-        "publish name=" + name + " uuid=" + boost::uuids::to_string(uuid) + " kind=file path=" +
-        file.string() + " buffer=" + std::to_string(between(random, 0, 64 * 1024)));
+        generation, "publish name=" + name + " uuid=" + boost::uuids::to_string(uuid) +
+                        " kind=file path=" + file.string() +
+                        " buffer=" + std::to_string(bufferSize));
     published = true;
     ++totals.publications;
+    return true;
 }
 
 void CheckedStream::withdraw() {
-    const bool early = buffer.has_value();
-    publisher.ask("withdraw name=" + name);
+    publisher.ask(generation, "withdraw name=" + name);
     published = false;
-    if (early) {
+    unsettled.clear(); // the file has been closed
+    if (buffer) {
         try {
             buffer->pubseekpos(0, std::ios_base::in);
             throw BrokenPromise(name + " can be used after its withdrawal.");
-        } catch (const BrokenPromise&) {
-            throw;
-        } catch (const std::exception&) {
-            ++totals.errors;
+        } catch (const core::ServiceUnavailable& error) {
+            totals.addProvoked(typeOf(error));
         }
         buffer.reset();
     }
-    std::ifstream written(file, std::ios_base::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(written), {}};
-    if (bytes.size() != content.size() || checksum(bytes) != checksum(content)) {
-        throw BrokenPromise(name + " has been left with other bytes than were written.");
-    }
 }
 
-void CheckedStream::connect() {
-    try {
-        buffer.emplace(streambuf::makeDevice(uuid, streambuf::noCloseFunction()));
-    } catch (const std::exception& error) {
-        // Once may be the machine's: nothing is found while all processes are stopped.
-        if (generation == publisher.generation() && std::exchange(notFound, true)) {
-            throw BrokenPromise(name + " is published and cannot be connected to: " + error.what());
-        }
-        if (generation == publisher.generation()) {
-            ++totals.errors;
-            connect();
-            return;
-        }
-        throw;
+/// @return whether it is connected now; not if the publisher has been killed meanwhile.
+bool CheckedStream::connect() {
+    const auto lock = publisher.connecting();
+    if (publisher.wasKilled(generation)) {
+        return false;
     }
-    notFound = false;
+    buffer.emplace(streambuf::makeDevice(uuid, streambuf::noCloseFunction()));
+    next.reset();
     ++totals.connections;
+    return true;
 }
 
-void CheckedStream::moveTo(std::size_t position) {
+void CheckedStream::moveTo(std::size_t position, std::ios_base::openmode mode) {
     ++totals.calls;
-    const auto reached = buffer->pubseekpos(
-        static_cast<std::streamoff>(position), std::ios_base::in | std::ios_base::out);
-    if (reached != std::streampos(static_cast<std::streamoff>(position))) {
+    const std::streampos target(static_cast<std::streamoff>(position));
+    if (buffer->pubseekpos(target, mode) != target) {
         throw BrokenPromise(name + " cannot be positioned.");
     }
+    unsettled.clear(); // a file stream hands on what it holds before it moves
+    next = position;
 }
 
 void CheckedStream::read(Random& random) {
-    const std::size_t position = between(random, 0, content.size());
-    const std::size_t count = between(random, 1, 256 * 1024);
-    moveTo(position);
+    if (!next || between(random, 0, 1) == 0) {
+        moveTo(between(random, 0, content.size()));
+    }
+    if (between(random, 0, 3) == 0) {
+        readSingly(between(random, 1, singles));
+    } else {
+        readAtOnce(between(random, 1, 256 * 1024));
+    }
+}
+
+void CheckedStream::readAtOnce(std::size_t count) {
     std::string bytes(count, '\0');
     ++totals.calls;
     bytes.resize(
         static_cast<std::size_t>(buffer->sgetn(bytes.data(), static_cast<std::streamsize>(count))));
-    const std::size_t expected = std::min(count, content.size() - position);
+    expectNext(bytes, count);
+}
+
+void CheckedStream::readSingly(std::size_t count) {
+    std::string bytes;
+    while (bytes.size() < count) {
+        ++totals.calls;
+        const auto character = buffer->sbumpc();
+        if (Traits::eq_int_type(character, Traits::eof())) {
+            break; // there is nothing to put back into then
+        }
+        bytes += Traits::to_char_type(character);
+    }
+    if (bytes.size() == count) {
+        const auto last = Traits::to_int_type(bytes.back());
+        if (buffer->sungetc() != last || buffer->sbumpc() != last) {
+            throw BrokenPromise(name + " does not take back what was read last.");
+        }
+        ++totals.putBacks;
+    }
+    expectNext(bytes, count);
+}
+
+void CheckedStream::expectNext(const std::string& bytes, std::size_t asked) {
+    const std::size_t expected = std::min(asked, content.size() - *next);
     if (bytes.size() != expected) {
         throw BrokenPromise(
-            name + " has ended after " + std::to_string(position + bytes.size()) + " of " +
+            name + " has ended after " + std::to_string(*next + bytes.size()) + " of " +
             std::to_string(content.size()) + " bytes.");
     }
-    if (checksum(bytes) != checksum({content.data() + position, expected})) {
-        throw BrokenPromise(name + " delivers wrong bytes from " + std::to_string(position) + ".");
+    if (content.compare(*next, expected, bytes) != 0) {
+        throw BrokenPromise(name + " delivers wrong bytes from " + std::to_string(*next) + ".");
     }
-    totals.bytesRead += bytes.size();
+    *next += expected;
+    totals.bytesRead += expected;
 }
 
 void CheckedStream::write(Random& random) {
     const std::size_t position = between(random, 0, content.size());
-    const std::string bytes =
-        randomBytes(random, between(random, 0, std::min<std::size_t>(content.size(), 128 * 1024)));
-    const std::size_t count = std::min(bytes.size(), content.size() - position);
+    const std::string bytes = randomBytes(
+        random, between(random, 0, std::min<std::size_t>(content.size() - position, 128 * 1024)));
     moveTo(position);
-    totals.calls += 2;
-    const auto taken = buffer->sputn(bytes.data(), static_cast<std::streamsize>(count));
-    if (taken != static_cast<std::streamsize>(count) || buffer->pubsync() != 0) {
+    next.reset();
+    replace(position, bytes);
+    for (std::size_t done = 0; done < bytes.size();) {
+        const std::size_t rest = bytes.size() - done;
+        if (between(random, 0, 3) == 0) {
+            done += writeSingly({bytes.data() + done, between(random, 1, std::min(rest, singles))});
+        } else {
+            done += writeAtOnce(
+                {bytes.data() + done, between(random, 1, std::min<std::size_t>(rest, 64 * 1024))});
+        }
+    }
+    if (between(random, 0, 3) == 0) {
+        buffer.reset(); // which writes what is pending
+    } else {
+        flush();
+    }
+    totals.bytesWritten += bytes.size();
+}
+
+std::size_t CheckedStream::writeAtOnce(std::string_view bytes) {
+    ++totals.calls;
+    const auto size = static_cast<std::streamsize>(bytes.size());
+    if (buffer->sputn(bytes.data(), size) != size) {
         throw BrokenPromise(name + " does not take what is written.");
     }
-    content.replace(position, count, bytes, 0, count);
-    totals.bytesWritten += count;
+    return bytes.size();
+}
+
+std::size_t CheckedStream::writeSingly(std::string_view bytes) {
+    for (const char byte : bytes) {
+        ++totals.calls;
+        if (buffer->sputc(byte) != Traits::to_int_type(byte)) {
+            throw BrokenPromise(name + " does not take a character.");
+        }
+    }
+    return bytes.size();
+}
+
+/// Read while output is pending. It goes to where the device is when it is flushed.
+void CheckedStream::readBeforeFlush(Random& random) {
+    const std::size_t fits = std::min(content.size(), std::max<std::size_t>(bufferSize, 1));
+    const std::string bytes = randomBytes(random, between(random, 1, fits));
+    moveTo(between(random, 0, content.size()));
+    writeAtOnce(bytes);
+    readAtOnce(between(random, 1, 256 * 1024));
+    const std::size_t position = between(random, 0, content.size() - bytes.size());
+    moveTo(position, std::ios_base::in);
+    next.reset();
+    replace(position, bytes);
+    flush();
+    totals.bytesWritten += bytes.size();
+}
+
+/// Know of a write. It may come to nothing if the publisher is killed.
+void CheckedStream::replace(std::size_t position, const std::string& bytes) {
+    unsettled.push_back({position, content.substr(position, bytes.size())});
+    content.replace(position, bytes.size(), bytes);
+}
+
+void CheckedStream::flush() {
+    ++totals.calls;
+    if (buffer->pubsync() != 0) {
+        throw BrokenPromise(name + " does not flush what was written.");
+    }
+}
+
+/// Look at what is in the file: each byte is what was last written there, or older where the
+/// publisher did not live to write it. That is what there is from now on.
+void CheckedStream::compareFile() {
+    std::ifstream stream(file, std::ios_base::binary);
+    const std::string found{std::istreambuf_iterator<char>(stream), {}};
+    if (found.size() != content.size()) {
+        throw BrokenPromise(
+            name + " has been left with " + std::to_string(found.size()) + " instead of " +
+            std::to_string(content.size()) + " bytes.");
+    }
+    for (std::size_t at = 0; at < found.size(); ++at) {
+        if (found[at] != content[at] &&
+            std::none_of(unsettled.begin(), unsettled.end(), [&](const Replaced& replaced) {
+                return replaced.had(at, found[at]);
+            })) {
+            throw BrokenPromise(
+                name + " has been left with a wrong byte at " + std::to_string(at) + ".");
+        }
+    }
+    content = found;
+    unsettled.clear();
 }
 
 void CheckedStream::finish() {
-    for (;;) {
-        try {
-            if (!published) {
-                return;
-            }
-            buffer.reset();
+    try {
+        if (published) {
             withdraw();
-        } catch (const BrokenPromise&) {
-            throw;
-        } catch (const std::exception&) {
-            ++totals.errors; // its publisher has been killed at the very end
-            return;
         }
+    } catch (const BrokenPromise&) {
+        throw;
+    } catch (const std::exception& error) {
+        survive(error);
     }
+    buffer.reset();
+    compareFile();
 }
 
 } // namespace agent::orvi::remoting::test

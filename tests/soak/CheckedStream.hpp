@@ -9,11 +9,15 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <filesystem>
+#include <ios>
 #include <optional>
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace agent::orvi::remoting::test {
 
@@ -25,8 +29,8 @@ public:
 
 /// A file that another process publishes, and what must be in it.
 ///
-/// It is used over a connected stream buffer. Whatever fails because its publisher was lost is done
-/// again with the next one.
+/// It is used over a connected stream buffer. Where its publisher was killed, that must show as the
+/// documented error, and the next publisher goes on with what is in the file.
 ///
 /// Thread safety: single-thread.
 class CheckedStream {
@@ -43,27 +47,56 @@ public:
     void step(Random& random);
 
     /// End the publication and look at what is in the file.
+    ///
+    /// @throws BrokenPromise when it is not what must be there.
     void finish();
 
 private:
-    void publish(Random& random);
+    /// What some bytes have been before they were written over.
+    struct Replaced {
+        std::size_t position;
+        std::string bytes;
+
+        bool had(std::size_t at, char byte) const {
+            return at >= position && at - position < bytes.size() && bytes[at - position] == byte;
+        }
+    };
+
+    void survive(const std::exception& error);
+    bool isProvoked(const std::exception& error) const;
+
+    bool publish(Random& random);
     void withdraw();
-    void connect();
+    bool connect();
+    void moveTo(
+        std::size_t position,
+        std::ios_base::openmode mode = std::ios_base::in | std::ios_base::out);
     void read(Random& random);
+    void readAtOnce(std::size_t count);
+    void readSingly(std::size_t count);
+    void expectNext(const std::string& bytes, std::size_t asked);
     void write(Random& random);
-    void moveTo(std::size_t position);
+    std::size_t writeAtOnce(std::string_view bytes);
+    std::size_t writeSingly(std::string_view bytes);
+    void readBeforeFlush(Random& random);
+    void replace(std::size_t position, const std::string& bytes);
+    void flush();
+    void compareFile();
 
     const std::filesystem::path file;
     const std::string name;
-    const boost::uuids::uuid uuid;
     Publisher& publisher;
     Totals& totals;
 
-    std::string content;
+    std::string content;             ///< What has been written.
+    std::vector<Replaced> unsettled; ///< What may not have come to the file yet, oldest first.
+
     bool published = false;
-    bool notFound = false;        // the last time
-    std::uint64_t generation = 0; // of the publisher that did it
+    boost::uuids::uuid uuid{};    ///< Of the last publication; each has its own.
+    std::uint64_t generation = 0; ///< Of the publisher that did it.
+    std::size_t bufferSize = 0;
     std::optional<streambuf::StreamBuffer> buffer;
+    std::optional<std::size_t> next; ///< What comes next from it, where that is known.
 };
 
 } // namespace agent::orvi::remoting::test

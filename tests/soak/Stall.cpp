@@ -9,23 +9,45 @@
 #include <boost/uuid/uuid_io.hpp>
 
 #include <csignal>
-#include <fstream>
-#include <ios>
+#include <thread>
+#include <utility>
 
 namespace agent::orvi::remoting::test {
+namespace {
+
+constexpr std::size_t size = 16 * 1024 * 1024; // far more than sockets and windows hold
+
+} // namespace
 
 Stall::Stall(
-    const std::filesystem::path& directory, const std::string& importer, Publisher& publisher,
-    Totals& totals)
-    : totals(totals) {
-    const std::filesystem::path file = directory / "big";
-    const std::string content = streambuf::test::sparseCharacters(0, size);
-    expected = std::to_string(size) + " " + std::to_string(checksum(content));
-    std::ofstream(file, std::ios_base::binary) << content;
-    const std::string uuid = boost::uuids::to_string(streambuf::test::newUuid());
-    publisher.ask("publish name=big uuid=" + uuid + " kind=file path=" + file.string());
-    reader.ask(importer);
-    reader.ask("connect name=big uuid=" + uuid);
+    std::string name, std::string importer, Publisher& publisher, Totals& totals, Ending ending,
+    std::uint64_t seed)
+    : name(std::move(name))
+    , importer(std::move(importer))
+    , publisher(publisher)
+    , totals(totals)
+    , ending(ending)
+    , random(seed)
+    , uuid(boost::uuids::to_string(streambuf::test::newUuid()))
+    , expected(
+          std::to_string(size) + " " +
+          std::to_string(checksum(streambuf::test::sparseCharacters(0, size)))) {
+    // Somewhat more than is read: the end of the data is not come upon.
+    ask("publish kind=sparse uuid=" + uuid + " size=" + std::to_string(2 * size));
+    if (ending == Ending::goesOn) {
+        start(); // the others come and go
+    }
+}
+
+/// Have the publisher do something with what it publishes.
+std::string Stall::ask(const std::string& verb) {
+    return publisher.ask(publisher.generation(), verb + " name=" + name);
+}
+
+void Stall::start() {
+    reader.emplace();
+    reader->ask(importer);
+    reader->ask("connect name=" + name + " uuid=" + uuid);
 }
 
 void Stall::step(std::chrono::steady_clock::time_point now) {
@@ -38,19 +60,45 @@ void Stall::step(std::chrono::steady_clock::time_point now) {
 }
 
 void Stall::begin() {
-    reader.ask("seekpos name=big position=0");
-    reader.tell("read name=big count=" + std::to_string(size));
-    reader.signal(SIGSTOP);
+    if (!reader) {
+        start();
+    }
+    reader->ask("seekpos name=" + name + " position=0");
+    ask("stop-next operation=read point=exit");
+    reader->tell("read name=" + name + " count=" + std::to_string(size));
+    ask("await-stopped");
+    // It has asked. It stops before anything of the answer has come to it, or after some of it.
+    const bool early = random() % 2 == 0;
+    if (early) {
+        reader->stop();
+    }
+    ask("release");
+    if (!early) {
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 5000));
+        reader->stop();
+    }
     stopped = true;
-    ++totals.stalls;
 }
 
 void Stall::end() {
-    reader.signal(SIGCONT);
     stopped = false;
-    const std::string got = reader.reply();
+    // One that has got everything in spite of all has only read.
+    totals.stalls += reader->hasAnswered() ? 0 : 1;
+    if (ending == Ending::isKilled) {
+        reader.reset();
+        ++totals.readerKills;
+        return;
+    }
+    reader->signal(SIGCONT);
+    std::string got;
+    try {
+        got = reader->reply();
+    } catch (const ComponentError& error) {
+        got = error.type() + " " + error.what();
+    }
     if (got != expected) {
-        throw BrokenPromise("A stalled reader got " + got + " instead of " + expected + ".");
+        throw BrokenPromise(
+            name + ": A stalled reader got " + got + " instead of " + expected + ".");
     }
     totals.bytesRead += size;
     totals.calls += 2;
@@ -59,6 +107,9 @@ void Stall::end() {
 void Stall::finish() {
     if (stopped) {
         end();
+    }
+    if (ending == Ending::isKilled) {
+        reader.reset();
     }
 }
 

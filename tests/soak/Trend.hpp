@@ -2,46 +2,49 @@
 
 #include <cmath>
 #include <cstddef>
+#include <ostream>
 
 namespace agent::orvi::remoting::test {
 
-/// The straight line through what was measured over time. A value.
+/// The straight line through what was measured after so much had been done. A value.
 class Trend {
 public:
-    void add(double minutes, double value) {
+    void add(double done, double value) {
         ++count;
-        const double fromMeanTime = minutes - meanTime;
+        const double fromMeanDone = done - meanDone;
         const double fromMeanValue = value - meanValue;
-        meanTime += fromMeanTime / static_cast<double>(count);
+        meanDone += fromMeanDone / static_cast<double>(count);
         meanValue += fromMeanValue / static_cast<double>(count);
-        timeSquares += fromMeanTime * (minutes - meanTime);
+        doneSquares += fromMeanDone * (done - meanDone);
         valueSquares += fromMeanValue * (value - meanValue);
-        products += fromMeanTime * (value - meanValue);
+        products += fromMeanDone * (value - meanValue);
     }
 
-    std::size_t samples() const noexcept { return count; }
-
-    /// Return by how much the value grows in a minute.
-    double slope() const noexcept { return timeSquares > 0 ? products / timeSquares : 0; }
+    /// Return by how much the value grows with each thing done.
+    double slope() const noexcept { return doneSquares > 0 ? products / doneSquares : 0; }
 
     /// Return the standard error of the slope.
     double error() const noexcept {
         constexpr std::size_t unknowns = 2;
-        if (count <= unknowns || timeSquares <= 0) {
+        if (count <= unknowns || doneSquares <= 0) {
             return 0;
         }
         const double rest = std::fmax(0, valueSquares - slope() * products);
-        return std::sqrt(rest / static_cast<double>(count - unknowns) / timeSquares);
+        return std::sqrt(rest / static_cast<double>(count - unknowns) / doneSquares);
     }
 
-    /// Say whether the value grows by more than `limit` in a minute, beyond what chance explains.
+    /// Say whether the value grows by more than `limit` each time, beyond what chance explains.
     bool exceeds(double limit) const noexcept { return slope() - 2 * error() > limit; }
+
+    friend std::ostream& operator<<(std::ostream& out, const Trend& trend) {
+        return out << trend.slope() << " +- " << 2 * trend.error();
+    }
 
 private:
     std::size_t count = 0;
-    double meanTime = 0;
+    double meanDone = 0;
     double meanValue = 0;
-    double timeSquares = 0;
+    double doneSquares = 0;
     double valueSquares = 0;
     double products = 0;
 };

@@ -26,29 +26,31 @@ public:
         if (now < next) {
             return;
         }
-        // The first one is observed, and read from by this very thread: it is left alone. The next
-        // one is stopped but not killed. The last one is killed first, so that one is in every run.
+        // The first one is observed, and read from by the readers that stall: it is left alone. The
+        // next one is stopped but not killed, for far less than the keepalive time: nothing may
+        // fail. The last one is killed first, so that one is in every run.
         const std::size_t last = publishers.size() - 1;
         const std::size_t chosen = totals.kills == 0 ? last : 1 + random() % last;
         Publisher& publisher = *publishers[chosen];
         if (stopped != nullptr) {
-            stopped->signal(SIGCONT);
-            stopped = nullptr;
+            finish();
         } else if (chosen == 1) {
             publisher.signal(SIGSTOP);
             stopped = &publisher;
             ++totals.stops;
         } else {
-            publisher.kill();
+            publisher.kill(random() % 16 != 0);
             publisher.replace();
             ++totals.kills;
         }
-        next = now + std::chrono::milliseconds(200 + random() % 1800);
+        next = now + std::chrono::milliseconds(200 + random() % 1000);
     }
 
+    /// Let all of them go on.
     void finish() {
         if (stopped != nullptr) {
             stopped->signal(SIGCONT);
+            stopped = nullptr;
         }
     }
 

@@ -13,7 +13,8 @@
 
 namespace agent::orvi::remoting::test {
 
-/// A thread that uses some streams, one after another, until it is told to end.
+/// A thread that uses some streams, one after another, until it is told to end. It can be started
+/// again then.
 ///
 /// Thread safety: thread-compatible; what is const may be called while the thread runs.
 class Worker {
@@ -36,6 +37,8 @@ public:
     void add(std::unique_ptr<CheckedStream> stream) { streams.push_back(std::move(stream)); }
 
     void start() {
+        ending = false;
+        over = false;
         thread = std::thread([this] { run(); });
     }
 
@@ -46,7 +49,7 @@ public:
     /// @throws BrokenPromise when that has ended it.
     void join() {
         thread.join();
-        if (failure) {
+        if (failed) {
             std::rethrow_exception(failure);
         }
     }

@@ -1,6 +1,7 @@
 // Uses 64 streams of other processes for some minutes, while publishers come and go, are stopped
-// and killed, and a reader stalls. Every byte is checked. Ends with what was done and how memory,
-// descriptors and threads have developed; with exit code 1 when anything is not as it must be.
+// and killed, and readers stall and are killed. Every byte is checked, and every error must have
+// its cause. Ends with what was done and how memory, descriptors and threads have developed; with
+// exit code 1 when anything is not as it must be.
 
 #include "soak/CheckedStream.hpp"
 #include "soak/Observed.hpp"
@@ -12,13 +13,17 @@
 #include "soak/Worker.hpp"
 
 #include "remoting/discovery/TemporaryDirectory.hpp"
+#include "remoting/discovery/Waiting.hpp"
 
 #include <orvi/remoting/Importer.hpp>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <exception>
 #include <iomanip>
@@ -26,10 +31,10 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
-#include <malloc.h>
 #include <unistd.h>
 
 namespace {
@@ -43,160 +48,251 @@ constexpr std::size_t publisherCount = 4;
 constexpr std::size_t workerCount = 8;
 constexpr std::size_t streamsPerWorker = 8;
 constexpr unsigned int secondsOfAHang = 120;
+constexpr Minutes shortestJudged{2};
+constexpr std::chrono::seconds lengthOfARound{5};
+constexpr std::chrono::milliseconds pace{100};
+constexpr std::chrono::milliseconds quietTime{500};
 
-void print(const char* what, const Trend& trend) {
-    std::cout << "  " << trend.slope() << " +- " << 2 * trend.error() << ' ' << what;
-}
-
-void print(const Observed& observed) {
-    std::cout << std::left << std::setw(10) << observed.name << std::right << std::fixed
-              << std::setprecision(2);
-    print("KiB/minute", observed.memory);
-    print("descriptors/minute", observed.descriptors);
-    print("threads/minute", observed.threads);
-    std::cout << "  (" << observed.memory.samples() << " samples)\n";
-}
-
-void print(const Totals& totals, double seconds) {
-    std::cout << "time        " << std::fixed << std::setprecision(1) << seconds << " s\n"
-              << "bytes       " << totals.bytesRead << " read, " << totals.bytesWritten
-              << " written\n"
-              << "calls       " << totals.calls << "\n"
-              << "streams     " << totals.publications << " publications, " << totals.connections
-              << " connections\n"
-              << "faults      " << totals.kills << " publishers killed, " << totals.stops
-              << " stopped for a while, " << totals.stalls << " stalls of a reader; "
-              << totals.errors << " errors of calls survived\n";
-}
-
-int soak(Minutes duration, std::uint64_t seed) {
-    const TemporaryDirectory directory;
-    const std::string where = " directory=" + directory.path.string();
-    Totals totals;
-    ImporterOptions options;
-    options.runtimeDirectory = directory.path;
-    const Importer importer(options);
-    std::vector<std::unique_ptr<Publisher>> publishers;
-    for (std::size_t number = 0; number < publisherCount; ++number) {
-        publishers.push_back(std::make_unique<Publisher>("open-endpoint" + where));
-    }
-    Stall stall(directory.path, "open-importer" + where, *publishers[0], totals);
-    std::vector<std::unique_ptr<Worker>> workers;
-    for (std::size_t number = 0; number < workerCount; ++number) {
-        auto& worker = *workers.emplace_back(std::make_unique<Worker>(seed + 1 + number));
-        for (std::size_t index = 0; index < streamsPerWorker; ++index) {
-            const std::string name = std::to_string(number) + "-" + std::to_string(index);
-            worker.add(std::make_unique<CheckedStream>(
-                directory.path / ("file-" + name), name, *publishers[index % publisherCount],
-                totals, worker.randomness()));
-        }
+/// All processes and threads of a run, which goes on in rounds. Between them nothing is connected,
+/// under way or published but what the readers that stall use: what a process has more then than
+/// after an earlier round has been left behind.
+class Soak {
+public:
+    Soak(Minutes duration, std::uint64_t seed)
+        : duration(duration)
+        , stalled("stalled", readers, *publishers[0], totals, Stall::Ending::goesOn, seed)
+        , killed("killed", readers, *publishers[0], totals, Stall::Ending::isKilled, ~seed)
+        , workers(makeWorkers(seed))
+        , trouble(publishers, totals, seed) {
+        importer.waitUntilSettled(longTime);
+        descriptors = descriptorsOfPublisher();
     }
 
-    const auto start = Clock::now();
-    const auto end = start + std::chrono::duration_cast<Clock::duration>(duration);
-    // Pools and allocators grow to what they need at first.
-    const auto measured = start + std::chrono::duration_cast<Clock::duration>(duration / 2);
-    std::array<Observed, 3> observed{
-        Observed{"importer", ::getpid(), {}, {}, {}},
-        Observed{"publisher", publishers[0]->id(), {}, {}, {}},
-        Observed{"reader", stall.id(), {}, {}, {}}};
-    Watchdog watchdog(workers);
-    Trouble trouble(publishers, totals, seed);
-    for (const auto& worker : workers) {
-        worker->start();
-    }
-    const auto hasFailed = [&] {
-        return std::any_of(
-            workers.begin(), workers.end(), [](const auto& worker) { return worker->hasFailed(); });
-    };
-    constexpr std::chrono::milliseconds pace{100};
-    auto nextSample = measured;
-    for (auto now = start; now < end && !hasFailed(); now = Clock::now()) {
-        watchdog.look();
-        ::alarm(secondsOfAHang); // this thread has no other watchdog
-        trouble.step(now);
-        stall.step(now);
-        if (now >= nextSample) {
-            for (Observed& process : observed) {
-                process.sample(Minutes(now - start).count());
+    /// @return whether everything was as it must be.
+    bool run() {
+        const auto start = Clock::now();
+        const auto end = start + std::chrono::duration_cast<Clock::duration>(duration);
+        // Pools grow to what they need at first.
+        const auto measured = start + std::chrono::duration_cast<Clock::duration>(duration / 2);
+        while (Clock::now() < end && failures == 0) {
+            round(std::min(end, Clock::now() + lengthOfARound));
+            if (failures == 0 && Clock::now() >= measured) {
+                sample();
             }
-            nextSample = now + std::chrono::seconds(1);
         }
-        std::this_thread::sleep_for(pace);
+        ::alarm(0);
+        report(std::chrono::duration<double>(Clock::now() - start).count());
+        if (failures == 0) {
+            judge();
+        }
+        std::cout << (failures == 0 ? "passed" : "FAILED") << '\n';
+        return failures == 0;
     }
-    trouble.finish();
-    for (const auto& worker : workers) {
-        worker->askToEnd();
+
+private:
+    std::vector<std::unique_ptr<Publisher>> makePublishers() const {
+        std::vector<std::unique_ptr<Publisher>> made;
+        for (std::size_t number = 0; number < publisherCount; ++number) {
+            made.push_back(std::make_unique<Publisher>("open-endpoint" + where));
+        }
+        return made;
     }
-    int failures = 0;
-    const auto attempt = [&](const auto& action) {
+
+    std::vector<std::unique_ptr<Worker>> makeWorkers(std::uint64_t seed) {
+        std::vector<std::unique_ptr<Worker>> made;
+        for (std::size_t number = 0; number < workerCount; ++number) {
+            Worker& worker = *made.emplace_back(std::make_unique<Worker>(seed + 1 + number));
+            for (std::size_t index = 0; index < streamsPerWorker; ++index) {
+                const std::string name = std::to_string(number) + "-" + std::to_string(index);
+                worker.add(std::make_unique<CheckedStream>(
+                    directory.path / ("file-" + name), name, *publishers[index % publisherCount],
+                    totals, worker.randomness()));
+            }
+        }
+        return made;
+    }
+
+    ImporterOptions importing() const {
+        ImporterOptions options;
+        options.runtimeDirectory = directory.path;
+        return options;
+    }
+
+    std::ptrdiff_t descriptorsOfPublisher() const {
+        return figuresOf(publishers[0]->id()).descriptors;
+    }
+
+    template <class Condition>
+    bool all(const Condition& condition) const {
+        return std::all_of(workers.begin(), workers.end(), condition);
+    }
+
+    template <class Action>
+    void attempt(const Action& action) {
         try {
             action();
         } catch (const std::exception& error) {
-            std::cout << "FAILED: " << error.what() << '\n';
-            ++failures;
+            fail(error.what());
         }
-    };
-    attempt([&] { stall.finish(); });
-    const auto areOver = [&] {
-        return std::all_of(
-            workers.begin(), workers.end(), [](const auto& worker) { return worker->isOver(); });
-    };
-    for (; !areOver(); std::this_thread::sleep_for(pace)) {
-        ::alarm(secondsOfAHang);
-        watchdog.look();
-    }
-    ::alarm(0);
-    for (const auto& worker : workers) {
-        attempt([&] { worker->join(); });
     }
 
-    print(totals, std::chrono::duration<double>(Clock::now() - start).count());
-    const bool longEnough = duration >= Minutes(2);
-    for (const Observed& process : observed) {
-        print(process);
-        if (longEnough && !process.isFlat()) {
-            std::cout << "FAILED: " << process.name << " grows.\n";
-            ++failures;
-        }
-    }
-    if (!longEnough) {
-        std::cout << "Too short a run to tell a slope from chance: it is not judged.\n";
-    }
-    if (totals.bytesRead == 0 || totals.bytesWritten == 0 || totals.kills == 0 ||
-        totals.stalls == 0) {
-        std::cout << "FAILED: something has not happened at all.\n";
+    void fail(const std::string& why) {
+        std::cout << "FAILED: " << why << '\n';
         ++failures;
     }
-    std::cout << (failures == 0 ? "passed" : "FAILED") << '\n';
-    return failures == 0 ? 0 : 1;
-}
 
-/// Let memory that is freed go back to the system at once, here and in the other processes: what
-/// grows then is what is in use.
-void keepNoFreedMemory() {
-    constexpr int arenas = 2;
-    constexpr int threshold = 64 * 1024;
-    ::mallopt(M_ARENA_MAX, arenas);
-    ::mallopt(M_MMAP_THRESHOLD, threshold);
-    ::mallopt(M_TRIM_THRESHOLD, threshold);
-    ::setenv("MALLOC_ARENA_MAX", std::to_string(arenas).c_str(), 1);
-    ::setenv("MALLOC_MMAP_THRESHOLD_", std::to_string(threshold).c_str(), 1);
-    ::setenv("MALLOC_TRIM_THRESHOLD_", std::to_string(threshold).c_str(), 1);
+    void tick() {
+        watchdog.look();
+        ::alarm(secondsOfAHang); // this thread has no other watchdog
+        std::this_thread::sleep_for(pace);
+    }
+
+    void round(Clock::time_point end) {
+        for (const auto& worker : workers) {
+            worker->start();
+        }
+        attempt([&] {
+            for (auto now = Clock::now();
+                 now < end && all([](const auto& worker) { return !worker->hasFailed(); });
+                 now = Clock::now()) {
+                trouble.step(now);
+                stalled.step(now);
+                killed.step(now);
+                tick();
+            }
+        });
+        trouble.finish();
+        attempt([&] { stalled.finish(); });
+        attempt([&] { killed.finish(); });
+        for (const auto& worker : workers) {
+            worker->askToEnd();
+        }
+        while (!all([](const auto& worker) { return worker->isOver(); })) {
+            tick();
+        }
+        for (const auto& worker : workers) {
+            attempt([&] { worker->join(); });
+        }
+        if (failures == 0 && !eventually([&] { return descriptorsOfPublisher() == descriptors; })) {
+            fail(
+                "A publisher has " + std::to_string(descriptorsOfPublisher()) +
+                " descriptors without readers that were killed, and had " +
+                std::to_string(descriptors) + ".");
+        }
+    }
+
+    /// Take the least that there is within some time: the transport ends some things later.
+    void sample() {
+        std::array<std::uint64_t, 3> least{};
+        for (std::size_t index = 0; index < observed.size(); ++index) {
+            least[index] = observed[index].smallBlocks();
+        }
+        for (auto waited = Clock::duration::zero(); waited < quietTime; waited += pace) {
+            std::this_thread::sleep_for(pace);
+            for (std::size_t index = 0; index < observed.size(); ++index) {
+                least[index] = std::min(least[index], observed[index].smallBlocks());
+            }
+        }
+        for (std::size_t index = 0; index < observed.size(); ++index) {
+            observed[index].sample(totals, least[index]);
+        }
+    }
+
+    void report(double seconds) const {
+        std::cout << std::fixed << std::setprecision(1) //
+                  << "time        " << seconds << " s\n"
+                  << "bytes       " << totals.bytesRead << " read, " << totals.bytesWritten
+                  << " written\n"
+                  << "calls       " << totals.calls << "; " << totals.putBacks
+                  << " times a character was put back\n"
+                  << "streams     " << totals.publications << " publications, "
+                  << totals.connections << " connections\n"
+                  << "faults      " << totals.kills << " publishers killed, " << totals.stops
+                  << " stopped for a while; " << totals.stalls << " stalls amid a read, "
+                  << totals.readerKills << " readers killed\n"
+                  << "errors      that had to come:";
+        for (const auto& [type, count] : totals.provoked()) {
+            std::cout << ' ' << count << ' ' << type << ';';
+        }
+        std::cout << " unexpected: " << totals.unexpected << '\n';
+        if (duration < shortestJudged) {
+            std::cout << "growth      not judged: too short a run to tell it from chance\n";
+            return;
+        }
+        std::cout << "growth      +- two standard errors\n" << std::setprecision(3);
+        for (const Observed& process : observed) {
+            std::cout << process;
+        }
+    }
+
+    void judge() {
+        for (const Observed& process : observed) {
+            for (const Growth& growth : process.growths) {
+                if (duration >= shortestJudged && !growth.isFlat()) {
+                    fail(std::string(process.name) + ": the " + growth.what + " grow.");
+                }
+            }
+        }
+        const auto provoked = totals.provoked();
+        if (totals.bytesRead == 0 || totals.bytesWritten == 0 || totals.putBacks == 0 ||
+            totals.kills == 0 || totals.stalls == 0 || totals.readerKills == 0 ||
+            provoked.count("agent::orvi::remoting::PeerLost") == 0 ||
+            provoked.count("agent::orvi::core::ServiceUnavailable") == 0) {
+            fail("Something has not happened at all.");
+        }
+    }
+
+    const Minutes duration;
+    const TemporaryDirectory directory;
+    const std::string where = " directory=" + directory.path.string();
+    const std::string readers = "open-importer" + where;
+    Totals totals;
+    const Importer importer{importing()};
+    std::vector<std::unique_ptr<Publisher>> publishers = makePublishers();
+    Stall stalled;
+    Stall killed;
+    std::vector<std::unique_ptr<Worker>> workers;
+    std::array<Observed, 3> observed{
+        Observed{"importer", ::getpid(), memoryInSmallBlocks, totals.kills},
+        Observed{
+            "publisher", publishers[0]->id(),
+            [this] { return std::stoull(publishers[0]->ask(1, "memory")); }, totals.readerKills},
+        Observed{
+            "reader", stalled.process().id(),
+            [this] { return std::stoull(stalled.process().ask("memory")); }, totals.kills}};
+    Watchdog watchdog{workers};
+    Trouble trouble;
+    std::ptrdiff_t descriptors = 0; ///< Of the publisher that is never killed, at first.
+    int failures = 0;
+};
+
+/// Run this program anew, and those that it runs, with a memory allocator that lets what is freed
+/// go at once, in threads as well, and gives larger blocks mappings of their own: what small blocks
+/// take then is all in use, and hardly varies.
+void useExactMemory(char** arguments) {
+    const std::string tunables =
+        "glibc.malloc.tcache_count=0:glibc.malloc.arena_max=2:glibc.malloc.trim_threshold=65536"
+        ":glibc.malloc.mmap_threshold=8192"; // the transport keeps larger ones, of changing size
+    const char* const before = std::getenv("GLIBC_TUNABLES");
+    if (before == nullptr || before != tunables) {
+        ::setenv("GLIBC_TUNABLES", tunables.c_str(), 1);
+        ::execv("/proc/self/exe", arguments);
+        throw std::system_error(errno, std::generic_category(), "execv");
+    }
 }
 
 } // namespace
 
 int main(int count, char** arguments) {
-    keepNoFreedMemory();
     std::signal(SIGPIPE, SIG_IGN); // a publisher that was killed reads nothing any more
     std::cout << std::unitbuf;
     try {
+        useExactMemory(arguments);
         const double minutes = count > 1 ? std::stod(arguments[1]) : 10;
         const std::uint64_t seed = count > 2 ? std::stoull(arguments[2]) : std::random_device()();
         std::cout << "seed " << seed << ", " << workerCount * streamsPerWorker << " streams, "
                   << minutes << " minutes\n";
-        return soak(Minutes(minutes), seed);
+        return Soak(Minutes(minutes), seed).run() ? 0 : 1;
     } catch (const std::exception& error) {
         std::cerr << "FAILED: " << error.what() << '\n';
         return 1;
