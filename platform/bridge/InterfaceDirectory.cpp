@@ -204,8 +204,9 @@ void InterfaceDirectory::showExport(const std::shared_ptr<Publication>& publicat
         }
         lock.lock();
         publication->showing = false;
-        publication->shownAsExported = exported;
-        if (error && !publication->withdrawn) {
+        if (!error) {
+            publication->shownAsExported = exported; // else the next change tries again
+        } else if (!publication->withdrawn) {
             std::rethrow_exception(error);
         }
     }

@@ -14,6 +14,11 @@ using orvi::test::FailingAllocation;
 class BridgeFaults : public BridgeFixture {
 protected:
     std::size_t found(const std::string& name) { return find(name).size(); }
+
+    /// Say whether the only service of a name is for other processes, too.
+    bool isShownAsExported(const std::string& name) {
+        return !references(name).at(0).GetProperty("service.exported.interfaces").Empty();
+    }
 };
 
 TEST_F(BridgeFaults, AConfigurationThatFailsHasNoEffect) {
@@ -100,6 +105,21 @@ TEST_F(BridgeFaults, TheEndOfAConfigurationClosesWhateverFailsInIt) {
         EXPECT_FALSE(isReachable("two"));
         EXPECT_FALSE(runs(*service));
     });
+}
+
+TEST_F(BridgeFaults, AServiceThatOtherProcessesStillSeeIsHiddenAtTheNextChange) {
+    const auto provider = provide({makeInterface("service")});
+    const auto configuration = configure({"service"});
+    std::size_t stillShown = 0;
+    failEachAllocation([&](FailingAllocation& failure) {
+        Configuration everywhere = configure({"service"}, {"connectToAllEndpoints"});
+        EXPECT_TRUE(isShownAsExported("service"));
+        EXPECT_TRUE(failure.allows([&] { everywhere.reset(); }));
+        stillShown += isShownAsExported("service") ? 1 : 0;
+        configure({"service"}).reset();
+        EXPECT_FALSE(isShownAsExported("service"));
+    });
+    EXPECT_GT(stillShown, 0U);
 }
 
 TEST_F(BridgeFaults, StoppingClosesWhateverFailsInIt) {
