@@ -8,10 +8,12 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <ios>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace agent::orvi::streambuf {
 namespace {
@@ -77,6 +79,57 @@ TEST_F(ConnectionFaults, WritesWhatItSaysItHasWritten) {
         }
     });
     EXPECT_GT(failures, 5u);
+}
+
+/// The device has moved on when there is no memory for what it has given: whoever has got the
+/// exception seeks.
+TEST_F(ConnectionFaults, ReadsAllOrNothingAndLosesNothingWithoutAnException) {
+    const std::size_t failures = failEachAllocation([&](FailingAllocation& failure) {
+        StreamBuffer connected = connect();
+        EXPECT_EQ(connected.pubseekpos(0, std::ios_base::in), std::streampos(0));
+        std::string bytes(200, '-');
+        std::streamsize taken = 0;
+        const auto read = [&] { taken = connected.sgetn(bytes.data(), 200); };
+        if (!failure.allows(read)) {
+            EXPECT_EQ(connected.pubseekpos(0, std::ios_base::in), std::streampos(0));
+            read();
+        } else if (taken == 0) {
+            EXPECT_TRUE(failure.happened());
+            read();
+        }
+        EXPECT_EQ(taken, 200);
+        EXPECT_EQ(bytes, pattern(200));
+        EXPECT_EQ(test::take(connected, 100), pattern(100, 200));
+    });
+    EXPECT_GT(failures, 5u);
+}
+
+TEST_F(ConnectionFaults, EndWithoutMemoryAndWriteWhatIsPendingOrLoseIt) {
+    char next = 'a';
+    const std::size_t failures = failEachAllocation([&](FailingAllocation& failure) {
+        const std::string before = device.bytes().substr(0, 50);
+        const std::string after(50, next++);
+        std::optional<StreamBuffer> connected(connect());
+        connected->pubseekpos(0, std::ios_base::out);
+        test::put(*connected, after);
+        EXPECT_TRUE(failure.allows([&] { connected.reset(); }));
+        EXPECT_EQ(device.bytes().substr(0, 50), failure.happened() ? before : after);
+        EXPECT_EQ(test::invokablesOf(uuid).size(), 1u);
+        StreamBuffer another = connect();
+        EXPECT_EQ(another.pubseekpos(100, std::ios_base::in), std::streampos(100));
+        EXPECT_EQ(test::take(another, 10), pattern(10, 100));
+    });
+    EXPECT_GT(failures, 5u);
+}
+
+TEST_F(ConnectionFaults, LeaveTheBytesOfAUuidWholeOrAbsent) {
+    const StreamBuffer connected = connect();
+    const std::size_t failures = failEachAllocation([&](FailingAllocation& failure) {
+        std::vector<std::uint8_t> bytes;
+        const bool made = failure.allows([&] { bytes = connected.toBytes(); });
+        EXPECT_EQ(bytes.size(), made ? uuid.size() : 0u);
+    });
+    EXPECT_EQ(failures, 1u);
 }
 
 } // namespace

@@ -5,10 +5,13 @@
 #include "allocations/FailingAllocation.hpp"
 #include "support/Registry.hpp"
 #include "support/StreamBuffers.hpp"
+#include "support/TemporaryFile.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <fstream>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <sstream>
@@ -53,6 +56,45 @@ TEST(DeviceFaults, AWriteReachesTheStreamOnceWhereverItFails) {
         EXPECT_EQ(stream->str().substr(0, 101), pattern(100) + "-");
     });
     EXPECT_GT(failures, 0u);
+}
+
+/// Read all of a device while an allocation fails, and again from where that has ended.
+void expectAllInTheEnd(const std::function<StreamBuffer()>& open) {
+    std::size_t falseEnds = 0;
+    const std::size_t failures = failEachAllocation([&](FailingAllocation& failure) {
+        StreamBuffer device = open();
+        std::string bytes(100, '-');
+        std::streamsize taken = 0;
+        const auto read = [&] { taken = device.sgetn(bytes.data(), 100); };
+        EXPECT_TRUE(failure.allows(read)); // an operation without memory has no data
+        EXPECT_EQ(taken, failure.happened() ? 0 : 100);
+        falseEnds += taken == 0 ? 1 : 0;
+        if (taken == 0) {
+            read();
+        }
+        EXPECT_EQ(taken, 100);
+        EXPECT_EQ(bytes, pattern(100));
+    });
+    EXPECT_EQ(falseEnds, failures);
+    EXPECT_GT(failures, 0u);
+}
+
+TEST(DeviceFaults, AReadOfASharedStreamThatFindsNoMemoryLooksLikeTheEndAndLosesNothing) {
+    expectAllInTheEnd([] {
+        const auto stream = std::make_shared<std::istringstream>(pattern(100));
+        return makeDevice(test::newUuid(), std::static_pointer_cast<std::istream>(stream));
+    });
+}
+
+TEST(DeviceFaults, AReadOfAFileThatFindsNoMemoryLooksLikeTheEndAndLosesNothing) {
+    const test::TemporaryFile content(pattern(100));
+    std::ifstream file;
+    expectAllInTheEnd([&] {
+        file.close();
+        file.open(content.path, std::ios_base::binary);
+        file.peek(); // so that it has its own buffer
+        return makeDevice(test::newUuid(), file, 4096);
+    });
 }
 
 TEST(DeviceFaults, AnExplainedRefusalNeedsMemoryOnlyForItsText) {

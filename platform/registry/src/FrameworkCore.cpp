@@ -111,11 +111,25 @@ void FrameworkCore::join() {
 
 /// Needs the lock. The hooks cannot be opened under it, which leaves that to openHooks().
 void FrameworkCore::prepare() {
-    state_ = Bundle::STATE_STARTING;
+    auto context = std::make_shared<ContextData>(weak_from_this());
+    auto hooks = std::make_shared<HookTracker>(weak_from_this(), BundleContext(context));
     properties_[Constants::FRAMEWORK_UUID] = randomUuid();
     initialised_ = std::chrono::steady_clock::now();
-    context_ = std::make_shared<ContextData>(weak_from_this());
-    hooks_ = std::make_shared<HookTracker>(weak_from_this(), BundleContext(context_));
+    context_ = std::move(context);
+    hooks_ = std::move(hooks);
+    state_ = Bundle::STATE_STARTING;
+}
+
+/// Be as before prepare().
+void FrameworkCore::unprepare() {
+    std::shared_ptr<HookTracker> hooks;
+    std::lock_guard const lock(mutex_);
+    if (state_ == Bundle::STATE_STARTING) {
+        hooks.swap(hooks_);
+        context_->valid = false;
+        context_.reset();
+        state_ = Bundle::STATE_RESOLVED;
+    }
 }
 
 std::shared_ptr<HookTracker> FrameworkCore::hooks() const {
@@ -130,6 +144,9 @@ void FrameworkCore::openHooks() {
         }
     } catch (IllegalStateException const&) {
         // Another thread has stopped the framework already.
+    } catch (...) {
+        unprepare();
+        throw;
     }
 }
 

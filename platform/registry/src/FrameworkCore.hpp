@@ -128,6 +128,7 @@ private:
     candidates(std::string const& wanted, FilterExpression const* filter);
 
     void prepare();
+    void unprepare();
     std::shared_ptr<HookTracker> hooks() const;
     void openHooks();
     void shutDown();
