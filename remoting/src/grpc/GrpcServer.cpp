@@ -158,13 +158,13 @@ GrpcServer::GrpcServer(const ServerSettings& settings, AcceptStream acceptStream
         builder.experimental().AddExternalConnectionAcceptor(AcceptorType::FROM_FD, tcpCredentials);
     auto queue = builder.AddCompletionQueue();
     notifications = queue.get();
-    server = builder.BuildAndStart();
-    if (!server) {
-        queue->Shutdown();
-        throw std::runtime_error("gRPC cannot start a server.");
-    }
+    // First: a server may not lose its queue.
+    reactor = Reactor::start(std::move(queue), settings.tasks, settings.busyPolling);
     try {
-        reactor = Reactor::start(std::move(queue), settings.tasks, settings.busyPolling);
+        server = builder.BuildAndStart();
+        if (!server) {
+            throw std::runtime_error("gRPC cannot start a server.");
+        }
         accept(StreamKind::control);
         accept(StreamKind::call);
         health = std::make_unique<HealthService>(otherServices, reactor->queue(), *notifications);
@@ -191,7 +191,9 @@ void GrpcServer::stop(Executor::TimePoint timeLimit) noexcept {
     if (std::exchange(stopped, true)) {
         return;
     }
-    server->Shutdown(std::chrono::system_clock::now());
+    if (server) {
+        server->Shutdown(std::chrono::system_clock::now());
+    }
     {
         std::unique_lock lock(mutex);
         noStreams.wait(lock, [this] { return streams == 0 && accepting == 0; });
@@ -199,9 +201,7 @@ void GrpcServer::stop(Executor::TimePoint timeLimit) noexcept {
     if (health) {
         health->awaitEnd();
     }
-    if (reactor) {
-        reactor->stop(timeLimit);
-    }
+    reactor->stop(timeLimit);
 }
 
 bool GrpcServer::awaitStreams(Executor::TimePoint timeLimit) {

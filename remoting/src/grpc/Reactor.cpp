@@ -49,8 +49,17 @@ std::shared_ptr<Reactor> Reactor::start(
     std::unique_ptr<grpc::CompletionQueue> queue, std::size_t tasks,
     std::chrono::nanoseconds busyPolling) {
     auto reactor = std::make_shared<Reactor>(std::move(queue), tasks, busyPolling);
-    const std::lock_guard lock(reactor->mutex);
-    reactor->spawn();
+    try {
+        const std::lock_guard lock(reactor->mutex);
+        reactor->spawn();
+    } catch (...) {
+        // gRPC demands of a queue to be shut down and empty at its end.
+        reactor->completions->Shutdown();
+        void* tag = nullptr;
+        for (bool ok = false; reactor->completions->Next(&tag, &ok);) {
+        }
+        throw;
+    }
     return reactor;
 }
 

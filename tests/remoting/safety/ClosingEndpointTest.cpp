@@ -1,6 +1,7 @@
 #include "remoting/safety/DeafPeer.hpp"
 #include "remoting/safety/EndpointTest.hpp"
 #include "remoting/safety/NameService.hpp"
+#include "remoting/safety/NoMoreThreads.hpp"
 
 #include "support/Sanitizers.hpp"
 
@@ -10,9 +11,7 @@
 #include <optional>
 #include <string>
 #include <system_error>
-#include <thread>
 
-#include <pthread.h>
 #include <unistd.h>
 
 namespace agent::orvi::remoting::test {
@@ -36,39 +35,6 @@ std::string ownAddress() {
     return "127." + std::to_string(process >> 16) + "." + std::to_string((process >> 8) & 255) +
            "." + std::to_string(process & 255);
 }
-
-/// While this lives, no thread can be started.
-class NoMoreThreads {
-public:
-    NoMoreThreads() {
-        pthread_attr_t none;
-        ::pthread_getattr_default_np(&before);
-        ::pthread_getattr_default_np(&none);
-        ::pthread_attr_setstacksize(&none, std::size_t{1} << 50); // which nobody has
-        ::pthread_setattr_default_np(&none);
-        ::pthread_attr_destroy(&none);
-    }
-
-    ~NoMoreThreads() {
-        ::pthread_setattr_default_np(&before);
-        ::pthread_attr_destroy(&before);
-    }
-
-    NoMoreThreads(const NoMoreThreads&) = delete;
-    NoMoreThreads& operator=(const NoMoreThreads&) = delete;
-
-    static bool areStarted() {
-        try {
-            std::thread([] {}).join();
-            return true;
-        } catch (const std::system_error&) {
-            return false;
-        }
-    }
-
-private:
-    pthread_attr_t before{};
-};
 
 /// An endpoint whose peer takes nothing of what it has asked for.
 class ClosingEndpointTest : public EndpointTest {
