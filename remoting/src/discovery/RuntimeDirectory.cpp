@@ -11,6 +11,17 @@
 namespace agent::orvi::remoting::details {
 namespace {
 
+[[noreturn]] void refuse(int error, const std::filesystem::path& path, const std::string& reason) {
+    throw std::system_error(
+        error, std::generic_category(), "Runtime directory " + path.string() + reason);
+}
+
+/// Say whether an error means that there is nothing of use, and not that nobody can tell now.
+bool meansUseless(int error) {
+    return error == ENOENT || error == ENOTDIR || error == ELOOP || error == EACCES ||
+           error == ENAMETOOLONG;
+}
+
 /// Return "orvi" in $XDG_RUNTIME_DIR, or nothing where that is not set up for this user, as after a
 /// change of the user.
 std::filesystem::path inSessionDirectory() {
@@ -19,8 +30,17 @@ std::filesystem::path inSessionDirectory() {
 
     struct stat status {};
 
-    if (!session.is_absolute() || ::stat(session.c_str(), &status) != 0 ||
-        !S_ISDIR(status.st_mode) || status.st_uid != ::geteuid()) {
+    if (!session.is_absolute()) {
+        return {};
+    }
+    if (::stat(session.c_str(), &status) != 0) {
+        // Somewhere else, this process would meet nobody.
+        if (!meansUseless(errno)) {
+            refuse(errno, session, "");
+        }
+        return {};
+    }
+    if (!S_ISDIR(status.st_mode) || status.st_uid != ::geteuid()) {
         return {};
     }
     return session / "orvi";
@@ -36,11 +56,6 @@ std::filesystem::path choose(const std::filesystem::path& configured) {
         return path;
     }
     return "/tmp/orvi-" + std::to_string(::geteuid());
-}
-
-[[noreturn]] void refuse(int error, const std::filesystem::path& path, const std::string& reason) {
-    throw std::system_error(
-        error, std::generic_category(), "Runtime directory " + path.string() + reason);
 }
 
 /// Check what was opened, not what has the name by now.

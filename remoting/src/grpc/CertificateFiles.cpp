@@ -1,17 +1,22 @@
 #include "grpc/CertificateFiles.hpp"
 
+#include "discovery/Descriptor.hpp"
+#include "discovery/SystemCall.hpp"
+
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 
+#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <exception>
-#include <fstream>
-#include <iterator>
 #include <system_error>
 #include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace agent::orvi::remoting::details {
 namespace {
@@ -55,13 +60,21 @@ private:
 };
 
 std::string contentOf(const std::filesystem::path& file) {
-    errno = 0;
-    std::ifstream stream(file, std::ios_base::binary);
-    std::string content{std::istreambuf_iterator<char>(stream), {}};
-    if (!stream.is_open() || stream.bad() || content.empty()) {
-        throw std::system_error(
-            errno != 0 ? errno : EINVAL, std::generic_category(),
-            "Cannot read \"" + file.string() + "\"");
+    const auto text = [&] { return "Cannot read \"" + file.string() + "\""; };
+    const Descriptor opened(checked(::open(file.c_str(), O_RDONLY | O_CLOEXEC), text));
+    std::string content;
+    std::array<char, 4096> part;
+    ssize_t size = 0;
+    do {
+        size = ::read(opened.get(), part.data(), part.size());
+        if (size > 0) {
+            content.append(part.data(), static_cast<std::size_t>(size));
+        } else if (size < 0 && errno != EINTR) {
+            throw std::system_error(errno, std::generic_category(), text());
+        }
+    } while (size != 0);
+    if (content.empty()) {
+        throw std::system_error(EINVAL, std::generic_category(), text());
     }
     return content;
 }

@@ -235,6 +235,18 @@ int epoll_ctl(int set, int operation, int descriptor, epoll_event* event) noexce
         event);
 }
 
+int epoll_wait(int set, epoll_event* events, int most, int timeout) {
+    // Asio waits for all that it has; what it misses because of an error, it asks for again.
+    return passOrFail<int, int, epoll_event*, int, int>(
+        most == 128 ? nullptr : __builtin_return_address(0), "epoll_wait", -1, set, events, most,
+        timeout);
+}
+
+int stat(const char* path, struct stat* status) noexcept {
+    return passOrFail<int, const char*, struct stat*>(
+        __builtin_return_address(0), "stat", -1, path, status);
+}
+
 int poll(pollfd* descriptors, nfds_t count, int timeout) {
     return passOrFail<int, pollfd*, nfds_t, int>(
         __builtin_return_address(0), "poll", -1, descriptors, count, timeout);

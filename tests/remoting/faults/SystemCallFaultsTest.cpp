@@ -6,13 +6,16 @@
 #include "discovery/ProcessWatch.hpp"
 #include "discovery/TargetPeers.hpp"
 #include "discovery/TcpListener.hpp"
+#include "grpc/CertificateFiles.hpp"
 #include "remoting/discovery/Fixture.hpp"
 #include "remoting/discovery/Sockets.hpp"
+#include "remoting/safety/Certificates.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
@@ -144,6 +147,68 @@ TEST_P(SystemCallFaults, ARuntimeDirectoryIsUsableOrRefused) {
         std::filesystem::remove_all(path);
     });
     EXPECT_GE(failures, 3U);
+}
+
+/// Sets a variable of the environment for as long as it lives.
+class Variable {
+public:
+    Variable(const char* name, const std::string& value)
+        : name(name) {
+        if (const char* const set = std::getenv(name)) {
+            before = set;
+        }
+        ::setenv(name, value.c_str(), 1);
+    }
+
+    ~Variable() { before ? ::setenv(name, before->c_str(), 1) : ::unsetenv(name); }
+
+    Variable(const Variable&) = delete;
+    Variable& operator=(const Variable&) = delete;
+
+private:
+    const char* const name;
+    std::optional<std::string> before;
+};
+
+TEST_P(SystemCallFaults, AnotherDirectoryIsNotTakenForOneThatNobodyCanLookAt) {
+    const Variable session("XDG_RUNTIME_DIR", parent.path.string());
+    FailingCall failure(1, GetParam(), "stat");
+    std::optional<RuntimeDirectory> made;
+    EXPECT_TRUE(attempt(failure, [&] { made.emplace(""); }));
+    EXPECT_TRUE(failure.happened());
+    made.emplace("");
+    EXPECT_EQ(made->path(), parent.path / "orvi");
+}
+
+TEST_P(SystemCallFaults, CertificatesAreReadOrRefused) {
+    CertificateAuthority authority;
+    const TlsFiles files = authority.certify("somebody");
+    std::size_t taken = 0;
+    const std::size_t failures = failEachCall(GetParam(), {}, [&](FailingCall& failure) {
+        const auto before = openDescriptors();
+        std::unique_ptr<CertificateFiles> read;
+        const auto error =
+            attempt(failure, [&] { read = std::make_unique<CertificateFiles>(files); });
+        EXPECT_EQ(static_cast<bool>(read), !error) << failure.where();
+        if (read) {
+            ++taken;
+            EXPECT_EQ(read->current()->privateKey, contentOf(files.privateKey));
+        }
+        EXPECT_EQ(openDescriptors(), before) << failure.where();
+    });
+    EXPECT_EQ(failures, 9U); // to open a file, to read it, and to find its end
+    EXPECT_EQ(taken, GetParam() == EINTR ? 7U : 1U); // only what is interrupted is tried again
+}
+
+TEST_P(SystemCallFaults, CertificatesThatCannotBeReadAnewAreUsedAsTheyWere) {
+    CertificateAuthority authority;
+    CertificateFiles files(authority.certify("somebody"));
+    const auto used = files.current();
+    failEachCall(GetParam(), {}, [&](FailingCall& failure) {
+        std::shared_ptr<const Identification> now;
+        EXPECT_FALSE(attempt(failure, [&] { now = files.current(); }));
+        EXPECT_EQ(now, used) << failure.where();
+    });
 }
 
 TEST_P(SystemCallFaults, ATcpListenerListensOrLeavesNothing) {
@@ -306,6 +371,21 @@ TEST_P(SystemCallFaults, AHangUpIsSeenOrItsWatchIsRefused) {
         EXPECT_EQ(openDescriptors(), before) << failure.where();
     });
     EXPECT_GE(failures, 2U);
+}
+
+TEST_P(SystemCallFaults, AHangUpIsSeenThoughNobodyCouldLook) {
+    int pair[2];
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair), 0);
+    const Descriptor own(pair[0]);
+    Descriptor other(pair[1]);
+    EventLog<int> hangUps;
+    const HangUpWatch watch = watchHangUp(housekeeper, own.get(), [&] { hangUps.add(1); });
+    FailingCall failure(1, GetParam(), "epoll_wait");
+    onHousekeeper([&] { failure.arm(); });
+    other = {};
+    EXPECT_EQ(hangUps.waitFor(1).size(), 1U);
+    onHousekeeper([&] { failure.disarm(); });
+    EXPECT_TRUE(failure.happened());
 }
 
 const auto nameOf = [](const auto& error) { return std::string(::strerrorname_np(error.param)); };
