@@ -253,7 +253,7 @@ void fuzzExporterCalls(Input& input) {
     }
     const auto checkNothingUsed = [&] {
         require(
-            terms->budget.awaitNoCalls(std::chrono::system_clock::time_point()),
+            terms->budget.awaitNoCalls(std::chrono::steady_clock::time_point()),
             "calls that are over use nothing");
     };
     if (std::all_of(clients.begin(), clients.end(), [](auto& each) { return each->isIdle(); })) {

@@ -253,7 +253,7 @@ void fuzzImporterControl(Input& input) {
     require(lost == 1, "the loss of a peer is told once");
     require(imported().empty(), "an importer that is closed leaves nothing behind");
     require(
-        table->awaitIdle(std::chrono::system_clock::time_point()),
+        table->awaitIdle(std::chrono::steady_clock::time_point()),
         "an importer that is closed has nothing left to do");
     lookUps.clear();
     connection->streams.clear();

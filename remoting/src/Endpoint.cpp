@@ -102,7 +102,7 @@ public:
         if (!server || std::exchange(closed, true)) {
             return;
         }
-        using Clock = std::chrono::system_clock;
+        using Clock = std::chrono::steady_clock;
         local.reset();
         tcp.clear();
         if (table) {
@@ -166,7 +166,7 @@ private:
     }
 
     void endStreams() {
-        using Clock = std::chrono::system_clock;
+        using Clock = std::chrono::steady_clock;
         forEachSession([](CallSession& session) { session.abandon(); });
         forEachControl([](ControlSession& session) { session.sayGoodbye(); });
         server->awaitStreams(Clock::now() + farewellTime);

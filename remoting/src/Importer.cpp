@@ -140,7 +140,7 @@ public:
         });
         localPeers.reset();
         targets.reset();
-        using Clock = std::chrono::system_clock;
+        using Clock = std::chrono::steady_clock;
         const StreamEnd end{StreamEnd::Kind::disconnected, "The importer has been closed"};
         const auto streamLimit = Clock::now() + closeTime;
         const auto open = takeConnections();

@@ -114,6 +114,8 @@ class Executor {
 public:
     using Task = std::function<void()>;
     using TimePoint = std::chrono::system_clock::time_point;
+    /// For the limits of how long closing takes, whoever sets the system's clock meanwhile.
+    using SteadyTime = std::chrono::steady_clock::time_point;
 
     /// Run a task on one of the executor's threads: on the one that calls this from an event, after
     /// the event, where that is possible. Tasks may wait for long.

@@ -13,7 +13,7 @@ void CallBudget::close() {
     closed = true;
 }
 
-bool CallBudget::awaitNoCalls(std::chrono::system_clock::time_point timeLimit) {
+bool CallBudget::awaitNoCalls(std::chrono::steady_clock::time_point timeLimit) {
     std::unique_lock lock(mutex);
     return noCalls.wait_until(lock, timeLimit, [this] { return calls == 0; });
 }

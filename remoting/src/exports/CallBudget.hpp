@@ -26,7 +26,7 @@ public:
     /// Wait until no call has a share.
     ///
     /// @return whether that was before the time limit.
-    bool awaitNoCalls(std::chrono::system_clock::time_point timeLimit);
+    bool awaitNoCalls(std::chrono::steady_clock::time_point timeLimit);
 
 private:
     const std::size_t maximumCalls;

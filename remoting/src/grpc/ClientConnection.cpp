@@ -121,7 +121,7 @@ void ClientConnection::close(const StreamEnd& end) {
     }
 }
 
-bool ClientConnection::awaitStreams(Executor::TimePoint timeLimit) {
+bool ClientConnection::awaitStreams(Executor::SteadyTime timeLimit) {
     std::unique_lock lock(mutex);
     return noStreams.wait_until(lock, timeLimit, [this] { return streams.empty(); });
 }

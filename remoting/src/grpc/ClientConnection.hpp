@@ -64,7 +64,7 @@ public:
     /// Wait until all streams have ended.
     ///
     /// @return whether they have before the time limit.
-    bool awaitStreams(Executor::TimePoint timeLimit);
+    bool awaitStreams(Executor::SteadyTime timeLimit);
 
 private:
     friend class ClientStream;

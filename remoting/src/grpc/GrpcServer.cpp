@@ -169,13 +169,13 @@ GrpcServer::GrpcServer(const ServerSettings& settings, AcceptStream acceptStream
         accept(StreamKind::call);
         health = std::make_unique<HealthService>(otherServices, reactor->queue(), *notifications);
     } catch (...) {
-        stop(std::chrono::system_clock::now());
+        stop(std::chrono::steady_clock::now());
         throw;
     }
 }
 
 GrpcServer::~GrpcServer() {
-    stop(std::chrono::system_clock::now());
+    stop(std::chrono::steady_clock::now());
 }
 
 void GrpcServer::serveLocal(int socket) {
@@ -187,7 +187,7 @@ void GrpcServer::serveTcp(int socket) {
     hand(*tcpAcceptor, socket);
 }
 
-void GrpcServer::stop(Executor::TimePoint timeLimit) noexcept {
+void GrpcServer::stop(Executor::SteadyTime timeLimit) noexcept {
     if (std::exchange(stopped, true)) {
         return;
     }
@@ -204,7 +204,7 @@ void GrpcServer::stop(Executor::TimePoint timeLimit) noexcept {
     reactor->stop(timeLimit);
 }
 
-bool GrpcServer::awaitStreams(Executor::TimePoint timeLimit) {
+bool GrpcServer::awaitStreams(Executor::SteadyTime timeLimit) {
     std::unique_lock lock(mutex);
     return noStreams.wait_until(lock, timeLimit, [this] { return streams == 0; });
 }

@@ -65,11 +65,11 @@ public:
     /// Wait until all streams have ended.
     ///
     /// @return whether that was before the time limit.
-    bool awaitStreams(Executor::TimePoint timeLimit);
+    bool awaitStreams(Executor::SteadyTime timeLimit);
 
     /// End all streams and connections, then the threads. Tasks that are still running at the time
     /// limit are left behind. Nothing happens the second time.
-    void stop(Executor::TimePoint timeLimit) noexcept;
+    void stop(Executor::SteadyTime timeLimit) noexcept;
 
 private:
     using Service =

@@ -149,12 +149,12 @@ void Reactor::attend() {
     }
 }
 
-void Reactor::stop(TimePoint timeLimit) noexcept {
+void Reactor::stop(SteadyTime timeLimit) noexcept {
     Lock lock(mutex);
     if (!stopping) {
         stopping = true;
         while (kicked) { // the alarm is an operation of the queue, too
-            threadEnded.wait_until(lock, Clock::now() + lookInterval);
+            threadEnded.wait_for(lock, lookInterval);
         }
         abandoned = true;
         shutDownIfUnused();

@@ -70,7 +70,7 @@ public:
     /// operation later, and end the threads once it is empty. Nobody may enter any more. Threads
     /// that have more to do at the time limit, tasks or events, are left behind until it is done.
     /// Not from a thread of the pool.
-    void stop(TimePoint timeLimit) noexcept;
+    void stop(SteadyTime timeLimit) noexcept;
 
 private:
     using Lock = std::unique_lock<std::mutex>;

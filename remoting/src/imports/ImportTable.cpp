@@ -378,7 +378,7 @@ bool ImportTable::isSettled() {
     return !changing;
 }
 
-bool ImportTable::awaitIdle(Executor::TimePoint timeLimit) {
+bool ImportTable::awaitIdle(Executor::SteadyTime timeLimit) {
     std::unique_lock lock(mutex);
     return changed.wait_until(lock, timeLimit, [this] { return !changing && links.empty(); });
 }

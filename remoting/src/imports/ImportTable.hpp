@@ -58,7 +58,7 @@ public:
     /// Wait until there is nothing to be done for any peer.
     ///
     /// @return whether that was before the time limit.
-    bool awaitIdle(Executor::TimePoint timeLimit);
+    bool awaitIdle(Executor::SteadyTime timeLimit);
 
     /// Wait until what the peers offer is registered, where it is known what they offer.
     ///

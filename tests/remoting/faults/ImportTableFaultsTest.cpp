@@ -110,7 +110,7 @@ TEST_F(ImportTableFaults, TheLossOfAPeerEndsItsServicesWhateverFails) {
         EXPECT_TRUE(failure.allows([&] { peer.run(); }));
         EXPECT_FALSE(peer.isFound());
         EXPECT_EQ(peer.losses, 1);
-        EXPECT_TRUE(peer.table->awaitIdle(Executor::TimePoint::clock::now()));
+        EXPECT_TRUE(peer.table->awaitIdle(Executor::SteadyTime::clock::now()));
     });
     EXPECT_GT(failures, 3U);
 }

@@ -41,7 +41,7 @@ class ReactorTest : public testing::Test {
 protected:
     ~ReactorTest() override {
         gate.set_value();
-        reactor->stop(std::chrono::system_clock::now() + patience);
+        reactor->stop(std::chrono::steady_clock::now() + patience);
     }
 
     /// Have tasks that wait until the end of the test, all of them at once.
@@ -146,7 +146,7 @@ TEST_F(ReactorTest, GoesOnAfterAnEventThatThrows) {
 
 TEST_F(ReactorTest, LetsThoseGoOnWhoHaveEnteredUntilTheyLeave) {
     reactor->enter();
-    reactor->stop(std::chrono::system_clock::now() + 20ms);
+    reactor->stop(std::chrono::steady_clock::now() + 20ms);
     handleAnEvent();
     handleAnEvent();
     reactor->leave();
