@@ -70,7 +70,9 @@ protected:
         EXPECT_TRUE(connection->awaitStreams(soon()));
     }
 
-    static Executor::TimePoint soon() { return std::chrono::system_clock::now() + streamPatience; }
+    static std::chrono::steady_clock::time_point soon() {
+        return std::chrono::steady_clock::now() + streamPatience;
+    }
 
     const std::shared_ptr<Reactor> reactor =
         Reactor::start(std::make_unique<grpc::CompletionQueue>(), 1, 0us);
