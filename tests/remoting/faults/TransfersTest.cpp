@@ -6,13 +6,17 @@
 
 #include <orvi/remoting/Endpoint.hpp>
 
+#include <gmock/gmock.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <ios>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace agent::orvi::remoting::test {
 namespace {
@@ -102,73 +106,231 @@ INSTANTIATE_TEST_SUITE_P(
     Bytes, ShortTransfersTest, testing::Values(1, 100, 5000),
     [](const auto& most) { return "AtMost" + std::to_string(most.param); });
 
+enum class Transport : char { local, tcp };
+
 /// Connections that break: one message cannot be sent, or received.
-class BrokenTransfersTest : public ProcessTest {
+class BrokenTransfersTest : public ProcessTest, public testing::WithParamInterface<Transport> {
 protected:
-    BrokenTransfersTest() {
-        publisher.ask("open-endpoint" + where());
-        uuid = publish(publisher, "device", "kind=memory size=100000 buffer=4096");
+    static constexpr std::size_t size = 100000;
+
+    /// What cannot be done, and its errno; none where nothing is received, which is the end.
+    struct Failure {
+        std::string function;
+        int error;
+    };
+
+    static bool isTcp() { return GetParam() == Transport::tcp; }
+
+    static std::string portOf(const std::string& endpoint) {
+        return endpoint.substr(endpoint.rfind(':') + 1);
     }
 
-    /// Read everything while one call fails, the first, the second, ... to the last.
+    /// Do something while one transfer fails, the first, the second, ... to the last.
     ///
-    /// @return how many calls have failed.
-    int failEach(const std::string& function, int error) {
+    /// @param use is given the number, and returns whether it has ended with an error.
+    /// @return how many have failed.
+    template <class Use>
+    static int failEach(const Failure& failure, const Use& use) {
         for (int number = 1;; ++number) {
-            const Importer importer(importing());
-            StreamBuffer buffer = connect(uuid);
+            SCOPED_TRACE(failure.function + " " + std::to_string(number));
             bool failed = false;
-            bool lost = false;
-            {
-                int left = number;
-                const Transfers transfers([&](std::string_view called, std::size_t size) {
-                    if (called == function && --left == 0) {
-                        failed = true;
-                        return Transfers::Share{0, error};
-                    }
-                    return Transfers::Share{size, 0};
-                });
-                try {
-                    EXPECT_EQ(buffer.pubseekpos(0, std::ios_base::in), std::streampos(0));
-                    EXPECT_EQ(take(buffer, 200000).size(), 100000U) << function << ' ' << number;
-                } catch (const PeerLost&) {
-                    lost = true;
+            int left = number;
+            const bool lost = use(number, [&](std::string_view called, std::size_t most) {
+                if (called == failure.function && --left == 0) {
+                    failed = true;
+                    return Transfers::Share{0, failure.error};
                 }
-            }
+                return Transfers::Share{most, 0};
+            });
             if (!failed) {
                 EXPECT_FALSE(lost);
                 return number - 1;
             }
-            EXPECT_TRUE(eventually([&] { return isReadable(); })) << function << ' ' << number;
+        }
+    }
+};
+
+/// What the importing process sends and receives fails.
+class BrokenImporterTest : public BrokenTransfersTest {
+protected:
+    BrokenImporterTest() {
+        const std::string endpoint =
+            publisher.ask("open-endpoint" + where() + (isTcp() ? " listen=127.0.0.1:0" : ""));
+        uuid = publish(publisher, "device", "kind=memory size=100000 buffer=4096");
+        if (isTcp()) {
+            options.local = false;
+            options.targets = {"127.0.0.1:" + portOf(endpoint)};
+            options.plainLoopback = true;
+        } else {
+            options = importing();
         }
     }
 
+    /// Let a connected stream be used while a transfer fails, and see that the next one is served.
+    template <class Use>
+    int failEach(const Failure& failure, const Use& use) {
+        return BrokenTransfersTest::failEach(
+            failure, [&](int number, const Transfers::Decision& decision) {
+                const Importer importer(options);
+                StreamBuffer buffer = connect(uuid);
+                bool lost = false;
+                try {
+                    const Transfers transfers(decision);
+                    use(buffer, number);
+                } catch (const PeerLost&) {
+                    lost = true;
+                }
+                EXPECT_TRUE(eventually([&] { return isServed(); }));
+                return lost;
+            });
+    }
+
+    int failEachWhileReading(const Failure& failure) {
+        return failEach(failure, [](StreamBuffer& buffer, int) {
+            EXPECT_EQ(buffer.pubseekpos(0, std::ios_base::in), std::streampos(0));
+            EXPECT_TRUE(take(buffer, 2 * size) == pattern(size));
+        });
+    }
+
+    int failEachWhileWriting(const Failure& failure) {
+        return failEach(failure, [&](StreamBuffer& buffer, int number) {
+            const std::string bytes(size, static_cast<char>('a' + number % 26));
+            EXPECT_EQ(buffer.pubseekpos(0), std::streampos(0));
+            EXPECT_EQ(put(buffer, bytes), static_cast<std::streamsize>(size));
+            EXPECT_EQ(buffer.pubsync(), 0);
+            EXPECT_EQ(buffer.pubseekpos(0), std::streampos(0));
+            EXPECT_TRUE(take(buffer, 2 * size) == bytes);
+        });
+    }
+
     /// Say whether somebody who connects now can read.
-    bool isReadable() const {
+    bool isServed() const {
         try {
             StreamBuffer buffer = connect(uuid);
             return buffer.pubseekpos(0, std::ios_base::in) == std::streampos(0) &&
-                   take(buffer, 10) == pattern(10);
+                   take(buffer, 10).size() == 10;
         } catch (const PeerLost&) {
             return false; // the importer had not noticed yet
         }
     }
 
+    ImporterOptions options;
     boost::uuids::uuid uuid{};
 };
 
-TEST_F(BrokenTransfersTest, BringAllBytesOrAnErrorWhereNothingIsReceivedAnyMore) {
-    EXPECT_GE(failEach("recvmsg", ECONNRESET), 3);
+/// Read by others while what the exporting process sends and receives fails.
+class BrokenExporterTest : public BrokenTransfersTest {
+protected:
+    BrokenExporterTest()
+        : device(pattern(size))
+        , published(makeDevice(
+              uuid, device.read(), device.write(), device.seekoff(), device.seekpos(), 4096)) {
+        EndpointOptions options;
+        options.runtimeDirectory = directory.path;
+        options.positionPerConnection = true; // each reads from the start
+        options.local = !isTcp();
+        options.plainLoopback = isTcp();
+        options.listen =
+            isTcp() ? std::vector<std::string>{"127.0.0.1:0"} : std::vector<std::string>();
+        endpoint.emplace(options);
+    }
+
+    void openImporter() {
+        client.ask(
+            "open-importer" + where() +
+            (isTcp() ? " target=127.0.0.1:" + portOf(endpoint->addresses().at(0)) : ""));
+    }
+
+    /// Let a component use the stream while a transfer fails, each time over a new connection.
+    ///
+    /// @param command what it is told, with "name=" behind it.
+    int failEach(const Failure& failure, const std::string& command, const std::string& answer) {
+        return BrokenTransfersTest::failEach(
+            failure, [&](int number, const Transfers::Decision& decision) {
+                const std::string name = "stream" + std::to_string(number);
+                openImporter(); // one that has lost connections would wait before the next
+                connect(client, name, uuid);
+                const Transfers transfers(decision);
+                const std::string error = errorOf([&] {
+                    EXPECT_EQ(client.ask(command + " name=" + name), answer);
+                    client.ask("sync name=" + name);
+                });
+                EXPECT_THAT(
+                    error,
+                    testing::AnyOf(
+                        "no error", testing::AllOf(
+                                        testing::StartsWith("agent::orvi::remoting::PeerLost: "),
+                                        testing::HasSubstr(" is disconnected"))));
+                return error != "no error";
+            });
+    }
+
+    int failEachWhileReading(const Failure& failure) {
+        const std::string count = std::to_string(size);
+        return failEach(
+            failure, "read count=" + count, count + " " + std::to_string(checksum(pattern(size))));
+    }
+
+    int failEachWhileWriting(const Failure& failure) {
+        const int failures =
+            failEach(failure, "write size=" + std::to_string(size), std::to_string(size));
+        EXPECT_TRUE(device.bytes() == pattern(size));
+        return failures;
+    }
+
+    const boost::uuids::uuid uuid = newUuid();
+    const streambuf::test::RecordingDevice device;
+    const StreamBuffer published;
+    std::optional<Endpoint> endpoint;
+    RemoteComponent client;
+};
+
+constexpr int theEnd = 0;
+
+TEST_P(BrokenImporterTest, ReadsAllBytesOrGetsAnErrorWhereNothingIsReceivedAnyMore) {
+    EXPECT_GE(failEachWhileReading({"recvmsg", ECONNRESET}), 3);
 }
 
-TEST_F(BrokenTransfersTest, BringAllBytesOrAnErrorWhereTheConnectionEnds) {
-    constexpr int none = 0; // no error: nothing is received, which is the end
-    EXPECT_GE(failEach("recvmsg", none), 3);
+TEST_P(BrokenImporterTest, ReadsAllBytesOrGetsAnErrorWhereTheConnectionEnds) {
+    EXPECT_GE(failEachWhileReading({"recvmsg", theEnd}), 3);
 }
 
-TEST_F(BrokenTransfersTest, BringAllBytesOrAnErrorWhereNothingIsSentAnyMore) {
-    EXPECT_GE(failEach("sendmsg", EPIPE), 3);
+TEST_P(BrokenImporterTest, ReadsAllBytesOrGetsAnErrorWhereNothingIsSentAnyMore) {
+    EXPECT_GE(failEachWhileReading({"sendmsg", EPIPE}), 3);
 }
+
+TEST_P(BrokenImporterTest, WritesAllBytesOrGetsAnErrorWhereNothingIsReceivedAnyMore) {
+    EXPECT_GE(failEachWhileWriting({"recvmsg", ECONNRESET}), 3);
+}
+
+TEST_P(BrokenImporterTest, WritesAllBytesOrGetsAnErrorWhereNothingIsSentAnyMore) {
+    EXPECT_GE(failEachWhileWriting({"sendmsg", EPIPE}), 3);
+}
+
+TEST_P(BrokenExporterTest, GivesAllBytesOrAnErrorWhereNothingIsReceivedAnyMore) {
+    EXPECT_GE(failEachWhileReading({"recvmsg", ECONNRESET}), 1);
+}
+
+TEST_P(BrokenExporterTest, GivesAllBytesOrAnErrorWhereNothingIsSentAnyMore) {
+    EXPECT_GE(failEachWhileReading({"sendmsg", EPIPE}), 1);
+}
+
+TEST_P(BrokenExporterTest, TakesAllBytesOrGivesAnErrorWhereNothingIsReceivedAnyMore) {
+    EXPECT_GE(failEachWhileWriting({"recvmsg", ECONNRESET}), 1);
+}
+
+TEST_P(BrokenExporterTest, TakesAllBytesOrGivesAnErrorWhereNothingIsSentAnyMore) {
+    EXPECT_GE(failEachWhileWriting({"sendmsg", EPIPE}), 1);
+}
+
+const auto nameOf = [](const auto& transport) {
+    return std::string(transport.param == Transport::tcp ? "Tcp" : "Local");
+};
+
+INSTANTIATE_TEST_SUITE_P(
+    Over, BrokenImporterTest, testing::Values(Transport::local, Transport::tcp), nameOf);
+INSTANTIATE_TEST_SUITE_P(
+    Over, BrokenExporterTest, testing::Values(Transport::local, Transport::tcp), nameOf);
 
 } // namespace
 } // namespace agent::orvi::remoting::test
