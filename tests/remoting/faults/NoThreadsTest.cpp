@@ -98,8 +98,9 @@ TEST_F(NoThreads, LetATargetBeResolvedLater) {
     std::optional<NoMoreThreads> guard(std::in_place);
     const TargetPeers peers(
         housekeeper, {"host:80"},
-        [&](const std::string& target, const auto&) { resolved.add(target); },
-        [&](const std::string&, const std::string& reason) { failed.add(reason); },
+        {[](const TargetAddress&) {},
+         [&](const std::string& target, const auto&) { resolved.add(target); },
+         [&](const std::string&, const std::string& reason) { failed.add(reason); }},
         [](const HostPort&) {
             return std::vector<HostPort>{{"192.0.2.1", 80}};
         },
