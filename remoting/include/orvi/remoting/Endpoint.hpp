@@ -34,6 +34,8 @@ enum class CallOrder {
     oneAtATime, ///< One after another, over all peers of this endpoint: what a standard stream
                 ///< underneath needs.
     concurrent  ///< At once; for devices that allow it, such as one whose read waits for a write.
+                ///< Each running call takes one of `EndpointOptions::threads`: calls that wait for
+                ///< others must be fewer, or those wait, too.
 };
 
 /// What an `Endpoint` offers and to whom.
