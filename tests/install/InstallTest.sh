@@ -195,7 +195,7 @@ NamesNoFolderOfTheBuild() {
     done
 }
 
-NamesItsLibrariesByMajorVersion() {
+NamesItsLibrariesByAbiVersion() {
     for library in "${libraries[@]}"; do
         local soname=liborvi-$library.so.$sonameVersion
         expectSame "SONAME" "[$soname]" "$(dynamicEntry SONAME "$library")"
