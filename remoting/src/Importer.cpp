@@ -208,8 +208,10 @@ private:
             localPeers = std::make_unique<LocalPeers>(
                 housekeeper, RuntimeDirectory(options.runtimeDirectory),
                 [this](const std::filesystem::path& socket) {
-                    present.insert(socket);
-                    connectSocket(socket);
+                    awaitMemoryFor([&] {
+                        present.insert(socket);
+                        connectSocket(socket);
+                    });
                 },
                 [this](const std::filesystem::path& socket) { socketGone(socket); });
         }
@@ -274,7 +276,7 @@ private:
         retry.delay = std::min(2 * retry.delay, longestRetry);
         retry.timer.async_wait([this, socket](const boost::system::error_code& error) {
             if (!error) {
-                connectSocket(socket);
+                awaitMemoryFor([&] { connectSocket(socket); });
             }
         });
     }
@@ -309,11 +311,15 @@ private:
             return;
         }
         const std::string name = address.address();
+        if (!certificates && !isLoopback(address)) {
+            // It is not lost, and so is not tried again: that would not be allowed either.
+            setStatus(
+                {name, PeerStatus::State::failed, "",
+                 "Without TLS, only loopback addresses are connected to."});
+            return;
+        }
         setStatus({name, PeerStatus::State::connecting, "", ""});
         try {
-            if (!certificates && !isLoopback(address)) {
-                throw std::runtime_error("Without TLS, only loopback addresses are connected to.");
-            }
             connectedTargets.insert_or_assign(name, address);
             connect(
                 ClientConnection::tcp(
@@ -393,6 +399,10 @@ private:
             awaitMemoryFor([&] { targets->lost(target.mapped(), wasUseful); });
             return;
         }
+        awaitMemoryFor([&] { socketLost(address, wasUseful, own); });
+    }
+
+    void socketLost(const std::string& address, bool wasUseful, bool own) {
         const std::filesystem::path socket = address.substr(socketPrefix.size());
         if (wasUseful) {
             retries.erase(socket);

@@ -71,9 +71,9 @@ void PositionKeeper::prepareFor(Client client) {
         if (!origin) {
             origin = now;
         }
-        keepSide(now.input, origin->input);
-        keepSide(now.output, origin->output);
         if (const auto left = positions.find(last); left != positions.end()) {
+            keepSide(now.input, origin->input);
+            keepSide(now.output, origin->output);
             left->second = now;
         }
         target = positions.try_emplace(client, *origin).first->second;

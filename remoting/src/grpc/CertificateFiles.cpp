@@ -70,7 +70,8 @@ std::string contentOf(const std::filesystem::path& file) {
         if (size > 0) {
             content.append(part.data(), static_cast<std::size_t>(size));
         } else if (size < 0 && errno != EINTR) {
-            throw std::system_error(errno, std::generic_category(), text());
+            const int error = errno;
+            throw std::system_error(error, std::generic_category(), text());
         }
     } while (size != 0);
     if (content.empty()) {

@@ -1,5 +1,6 @@
 #include "imports/ImportTable.hpp"
 
+#include "carrier/AwaitMemory.hpp"
 #include "carrier/FailedEvents.hpp"
 #include "carrier/FrameworkIdentity.hpp"
 #include "imports/ImportedService.hpp"
@@ -10,10 +11,8 @@
 #include <cppmicroservices/Constants.h>
 #include <cppmicroservices/ServiceProperties.h>
 
-#include <chrono>
 #include <exception>
 #include <new>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -59,16 +58,10 @@ registrationProperties(const cppmicroservices::AnyMap& properties) {
 /// Do what nobody else will do, as soon as there is memory for it.
 template <class Action>
 void insist(const Action& action) noexcept {
-    constexpr std::chrono::milliseconds pause{1};
-    for (bool done = false; !done;) {
-        try {
-            action();
-            done = true;
-        } catch (const std::bad_alloc&) {
-            std::this_thread::sleep_for(pause);
-        } catch (...) {
-            done = true; // nothing that waiting would help against
-        }
+    try {
+        awaitMemoryFor(action);
+    } catch (...) {
+        // Nothing that waiting would help against.
     }
 }
 

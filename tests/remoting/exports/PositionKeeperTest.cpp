@@ -115,6 +115,13 @@ TEST_F(PositionKeeperTest, LosesNoPlaceWhenTheDeviceDoesNotSayWhereItIs) {
     EXPECT_EQ(placeOf(2), 107);
 }
 
+TEST_F(PositionKeeperTest, NeedNotKnowWhereAClientThatIsGoneHasLeftTheDevice) {
+    read(1, 10);
+    device.tells = false;
+    keeper().forget(1);
+    EXPECT_EQ(placeOf(2), 7);
+}
+
 TEST_F(PositionKeeperTest, LosesNoPlaceWhenTheDeviceDoesNotGoBack) {
     read(1, 10);
     device.goesBack = false;

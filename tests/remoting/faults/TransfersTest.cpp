@@ -209,8 +209,8 @@ protected:
             StreamBuffer buffer = connect(uuid);
             return buffer.pubseekpos(0, std::ios_base::in) == std::streampos(0) &&
                    take(buffer, 10).size() == 10;
-        } catch (const PeerLost&) {
-            return false; // the importer had not noticed yet
+        } catch (const std::exception&) {
+            return false; // the importer had not noticed yet, or has noticed just now
         }
     }
 
