@@ -97,7 +97,7 @@ class ImporterCertificateChangeTest : public MutualTlsImporterTest {};
 TEST_F(ImporterCertificateChangeTest, IsSeenByNewConnections) {
     CertificateAuthority newAuthority;
     const RawEndpoint endpoint(
-        &greet, {}, credentials(newAuthority.certify("endpoint"), newAuthority.certificate()));
+        serveNothing, {}, mutualTls(newAuthority.certify("endpoint"), newAuthority.certificate()));
     options.targets = {"127.0.0.1:" + std::to_string(endpoint.port())};
     const Importer importer(options);
     const auto reaches = [&](PeerStatus::State state) {

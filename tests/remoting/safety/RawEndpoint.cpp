@@ -1,5 +1,7 @@
 #include "remoting/safety/RawEndpoint.hpp"
 
+#include "remoting/safety/Certificates.hpp"
+
 #include <grpcpp/server_builder.h>
 
 #include <chrono>
@@ -23,6 +25,27 @@ RawEndpoint::RawEndpoint(
 
 RawEndpoint::~RawEndpoint() {
     server->Shutdown(std::chrono::system_clock::now());
+}
+
+grpc::Status serveNothing(grpc::ServerContext&, RawEndpoint::Stream& stream) {
+    v1::Frame frame;
+    frame.mutable_hello()->set_major(1);
+    frame.mutable_hello()->set_framework("another framework");
+    frame.mutable_hello()->set_endpoint("endpoint");
+    stream.Write(frame);
+    while (stream.Read(&frame)) {
+    }
+    return grpc::Status::OK;
+}
+
+std::shared_ptr<grpc::ServerCredentials>
+mutualTls(const TlsFiles& files, const std::filesystem::path& authorities) {
+    grpc::SslServerCredentialsOptions options(
+        GRPC_SSL_REQUEST_AND_REQUIRE_CLIENT_CERTIFICATE_AND_VERIFY);
+    options.pem_root_certs = contentOf(authorities);
+    options.pem_key_cert_pairs.push_back(
+        {contentOf(files.privateKey), contentOf(files.certificates)});
+    return grpc::SslServerCredentials(options);
 }
 
 } // namespace agent::orvi::remoting::test

@@ -2,12 +2,14 @@
 
 #include "wire/Messages.hpp"
 
+#include <orvi/remoting/TlsFiles.hpp>
 #include <orvi/remoting/v1/streams.grpc.pb.h>
 
 #include <grpcpp/security/server_credentials.h>
 #include <grpcpp/server.h>
 #include <grpcpp/server_context.h>
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -66,5 +68,12 @@ private:
     int usedPort = 0;
     std::unique_ptr<grpc::Server> server;
 };
+
+/// Do on a control stream what an endpoint without services does.
+grpc::Status serveNothing(grpc::ServerContext& context, RawEndpoint::Stream& stream);
+
+/// Return what an endpoint identifies itself with to those whom the authorities have certified.
+std::shared_ptr<grpc::ServerCredentials>
+mutualTls(const TlsFiles& files, const std::filesystem::path& authorities);
 
 } // namespace agent::orvi::remoting::test

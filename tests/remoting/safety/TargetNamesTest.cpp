@@ -44,7 +44,7 @@ protected:
     /// Start the endpoint where it was before.
     void restart() {
         endpoint.reset();
-        endpoint.emplace(greet, RawEndpoint::Script(), credentials, port);
+        endpoint.emplace(serveNothing, RawEndpoint::Script(), credentials, port);
     }
 
     /// Return whether the importer comes to know a peer.
@@ -63,21 +63,10 @@ protected:
                eventually([&] { return importer->peers().size() == 1; });
     }
 
-    /// Do on a control stream what an endpoint without services does.
-    static grpc::Status greet(grpc::ServerContext&, RawEndpoint::Stream& stream) {
-        v1::Frame frame;
-        frame.mutable_hello()->set_major(1);
-        frame.mutable_hello()->set_framework("another framework");
-        frame.mutable_hello()->set_endpoint("endpoint");
-        stream.Write(frame);
-        while (stream.Read(&frame)) {
-        }
-        return grpc::Status::OK;
-    }
-
     NameService names{"endpoint.test"};
     std::shared_ptr<grpc::ServerCredentials> credentials = grpc::InsecureServerCredentials();
-    std::optional<RawEndpoint> endpoint{std::in_place, greet, RawEndpoint::Script(), credentials};
+    std::optional<RawEndpoint> endpoint{
+        std::in_place, serveNothing, RawEndpoint::Script(), credentials};
     const int port = endpoint->port();
     ImporterOptions options;
     std::optional<Importer> importer;
@@ -133,12 +122,7 @@ TEST_F(TargetNamesTest, FindAnAddressAgainWhateverBecomesOfTheOthers) {
 TEST_F(TargetNamesTest, AreTriedAllWhereTheyShareAnAddress) {
     CertificateAuthority authority;
     const TlsFiles files = authority.certify("endpoint", {.alternativeNames = "DNS:endpoint.test"});
-    grpc::SslServerCredentialsOptions server(
-        GRPC_SSL_REQUEST_AND_REQUIRE_CLIENT_CERTIFICATE_AND_VERIFY);
-    server.pem_root_certs = contentOf(files.authorities);
-    server.pem_key_cert_pairs.push_back(
-        {contentOf(files.privateKey), contentOf(files.certificates)});
-    credentials = grpc::SslServerCredentials(server);
+    credentials = mutualTls(files, files.authorities);
     restart();
     NameService others{"another.test"};
     others.set({"127.0.0.1"});

@@ -75,44 +75,13 @@ protected:
         options.tls = authority.certify("importer");
     }
 
-    static std::shared_ptr<grpc::ServerCredentials>
-    credentials(const TlsFiles& files, const std::filesystem::path& authorities) {
-        grpc::SslServerCredentialsOptions result(
-            GRPC_SSL_REQUEST_AND_REQUIRE_CLIENT_CERTIFICATE_AND_VERIFY);
-        result.pem_root_certs = contentOf(authorities);
-        result.pem_key_cert_pairs.push_back(
-            {contentOf(files.privateKey), contentOf(files.certificates)});
-        return grpc::SslServerCredentials(result);
-    }
-
-    /// Do on a control stream what an endpoint without services does.
-    static grpc::Status greet(grpc::ServerContext&, RawEndpoint::Stream& stream) {
-        v1::Frame frame;
-        frame.mutable_hello()->set_major(1);
-        frame.mutable_hello()->set_framework("another framework");
-        frame.mutable_hello()->set_endpoint("endpoint");
-        stream.Write(frame);
-        while (stream.Read(&frame)) {
-        }
-        return grpc::Status::OK;
-    }
-
     /// Return what becomes of a connection to an endpoint under a name.
     PeerStatus connectTo(
         const TlsFiles& files, const std::string& host = "127.0.0.1",
         const std::filesystem::path& authorities = {}) {
         const RawEndpoint endpoint(
-            [](grpc::ServerContext&, RawEndpoint::Stream& stream) {
-                v1::Frame frame;
-                frame.mutable_hello()->set_major(1);
-                frame.mutable_hello()->set_framework("another framework");
-                frame.mutable_hello()->set_endpoint("endpoint");
-                stream.Write(frame);
-                while (stream.Read(&frame)) {
-                }
-                return grpc::Status::OK;
-            },
-            {}, credentials(files, authorities.empty() ? authority.certificate() : authorities));
+            serveNothing, {},
+            mutualTls(files, authorities.empty() ? authority.certificate() : authorities));
         options.targets = {host + ":" + std::to_string(endpoint.port())};
         const Importer importer(options);
         PeerStatus status;
